@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs, only those that are missing.
 # Usage: tools/setup-deps.sh [test]   (with "test": also GoogleTest, Google Benchmark, clang-format)
 set -euo pipefail
-pkgs=(g++ cmake ninja-build pkg-config libglu1-mesa-dev)
+pkgs=(g++ cmake ninja-build pkg-config)
 if [ "${1:-}" = "test" ]; then
   pkgs+=(libgtest-dev libgmock-dev libbenchmark-dev clang-format)
 fi
