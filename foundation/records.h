@@ -22,16 +22,16 @@ struct KESTRA_API V_POINT {
     // World to local: ((p - o).X, (p - o).Y, (p - o).Z) (no snapping).
     void absolute_to_relative(const V_WORKPLANE& wp);
     void absolute_to_relative(const V_WORKPLANE& wp, V_POINT* out) const;
-    // Adds the vector's components.
+    // Adds (dx, dy, dz).
     void translate(double dx, double dy, double dz);
-    // min = max = the point.
+    // min = max = the point (null asserts).
     void bounding_box(V_BOUNDS* box) const;
 };
 
 struct KESTRA_API V_VECTOR {
     double x, y, z;
 
-    // Vectors convert as points without the origin.
+    // Vectors convert as points without the origin: x*X + y*Y + z*Z, and (v.X, v.Y, v.Z).
     void relative_to_absolute(const V_WORKPLANE& wp);
     void relative_to_absolute(const V_WORKPLANE& wp, V_VECTOR* out) const;
     void absolute_to_relative(const V_WORKPLANE& wp);
@@ -41,12 +41,13 @@ struct KESTRA_API V_VECTOR {
 struct KESTRA_API V_SEGM {
     V_POINT start, end;
 
-    // Both forms go through the workplane's 4x4 matrix (its inverse for world to local).
+    // Both forms go through the workplane's 4x4 matrix (its inverse for world to local); a
+    // frame whose matrix cannot be inverted leaves the segment unchanged in world to local.
     void relative_to_absolute(V_WORKPLANE& wp);
     void absolute_to_relative(V_WORKPLANE& wp);
     // Euclidean length of end - start, passed through toll_testp.
     double compute_length() const;
-    // Writes start to pts[0] and end to pts[1].
+    // Writes start to pts[0] and end to pts[1] (pts holds two points; null asserts).
     void convert_to_points(V_POINT* pts) const;
 };
 
@@ -54,6 +55,7 @@ struct KESTRA_API V_LINE {
     V_POINT point;
     V_VECTOR direction;
 
+    // Point as a point, direction as a vector, by the formulas of V_POINT and V_VECTOR.
     void relative_to_absolute(V_WORKPLANE& wp);
     void absolute_to_relative(V_WORKPLANE& wp);
 };
@@ -68,6 +70,8 @@ struct KESTRA_API V_CIRCLE {
     double radius;
     V_VECTOR normal;
 
+    // Centre as a point, normal as a vector, by the formulas of V_POINT and V_VECTOR; radius
+    // unchanged.
     void relative_to_absolute(V_WORKPLANE& wp);
     void absolute_to_relative(V_WORKPLANE& wp);
     // radius < 0.0: radius and normal negated; otherwise nothing changes.
@@ -82,7 +86,9 @@ struct KESTRA_API V_ARC {
     V_VECTOR normal;
     V_POINT start, end;
 
-    // Centre, start and end as points, normal as a vector, through the workplane matrix.
+    // Centre, start and end as points, normal as a vector (3 x 3 block, not normalised),
+    // through the workplane matrix or its inverse; radius unchanged. A frame whose matrix
+    // cannot be inverted leaves the arc unchanged in world to local.
     void relative_to_absolute(V_WORKPLANE& wp);
     void absolute_to_relative(V_WORKPLANE& wp);
     // radius < 0.0: radius negated, start and end exchanged, normal negated.
@@ -115,44 +121,44 @@ struct KESTRA_API V_ELLIPTICALARC {
 // A placed instance of a host symbol (136 bytes). The library stores and copies it; the
 // symbol's definition lives with the host, found through symbol_id or name.
 struct KESTRA_API V_SYMBOL_INST {
-    V_POINT position;  //   0..23  insertion point
-    V_VECTOR xaxis;    //  24..47  direction of the symbol's x axis
-    V_VECTOR normal;   //  48..71  normal of the symbol's plane
-    double scale_x;    //  72
-    double scale_y;    //  80
-    double scale_z;    //  88
-    double angle;      //  96      extra rotation about normal, radians
-    int32_t symbol_id; // 104
-    int32_t flags;     // 108
-    char16_t name[12]; // 112..135 zero-terminated UTF-16
+    V_POINT position;   //   0..23  insertion point
+    V_VECTOR xaxis;     //  24..47  direction of the symbol's x axis
+    V_VECTOR normal;    //  48..71  normal of the symbol's plane
+    double scale_x;     //  72
+    double scale_y;     //  80
+    double scale_z;     //  88
+    double angle;       //  96      extra rotation about normal, radians
+    int32_t symbol_id;  // 104
+    int32_t flags;      // 108
+    char16_t name[12];  // 112..135 zero-terminated UTF-16
 };
 
 // A line of text placed in space (168 bytes). text points at zero-terminated UTF-16 code
 // units owned by the host: the element never frees it, and a text read from a binary record
 // is allocated with _v_calloc and is the caller's to release with _v_free.
 struct KESTRA_API V_TEXT {
-    V_POINT point;          //   0..23  the point at which the text is placed
-    V_VECTOR normal;        //  24..47  normal of the text's plane
-    V_VECTOR xaxis;         //  48..71  writing direction
-    double width;           //  72      width of the whole text
-    double height;          //  80      character height
-    double slant;           //  88      slant angle, radians
-    double char_spacing;    //  96
-    double line_spacing;    // 104
-    char font_name[32];     // 112..143 zero-terminated font name
-    int32_t alignment;      // 144      host's alignment code
-    int16_t style;          // 148      host's style bits
-    int16_t font_id;        // 150
-    char16_t* text;         // 152..159 the characters (pointer, not part of a record's meaning)
-    int32_t flags;          // 160
-    int32_t reserved;       // 164
+    V_POINT point;        //   0..23  the point at which the text is placed
+    V_VECTOR normal;      //  24..47  normal of the text's plane
+    V_VECTOR xaxis;       //  48..71  writing direction
+    double width;         //  72      width of the whole text
+    double height;        //  80      character height
+    double slant;         //  88      slant angle, radians
+    double char_spacing;  //  96
+    double line_spacing;  // 104
+    char font_name[32];   // 112..143 zero-terminated font name
+    int32_t alignment;    // 144      host's alignment code
+    int16_t style;        // 148      host's style bits
+    int16_t font_id;      // 150
+    char16_t* text;       // 152..159 the characters (pointer, not part of a record's meaning)
+    int32_t flags;        // 160
+    int32_t reserved;     // 164
 };
 
 struct KESTRA_API V_TOLERANCE {
-    double point;  // linear zero and point equality
-    double angle;  // angular tests
-    double coarse; // kept for the record's shape; nothing in the foundation reads it
-    double param;  // parameter and knot comparisons
+    double point;   // linear zero and point equality
+    double angle;   // angular tests
+    double coarse;  // kept for the record's shape; nothing in the foundation reads it
+    double param;   // parameter and knot comparisons
 };
 
 // Single-precision point and vector.
