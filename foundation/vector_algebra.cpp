@@ -9,13 +9,19 @@
 namespace {
 
 // Euclidean length of (x, y, z). The plain sum of squares serves whenever it neither
-// overflows nor underflows; otherwise the scaled form of hypot keeps the length exact to
-// rounding for any finite components.
+// overflows nor underflows; otherwise the components are scaled by the largest magnitude
+// first. A NaN component gives NaN, an infinite one infinity.
 double length3(double x, double y, double z)
 {
     const double sq = x * x + y * y + z * z;
     if (sq >= DBL_MIN && sq <= DBL_MAX) return std::sqrt(sq);
-    return std::hypot(x, y, z);
+    if (std::isnan(sq)) return sq;
+    const double m = std::max(std::fabs(x), std::max(std::fabs(y), std::fabs(z)));
+    if (m == 0.0 || std::isinf(m)) return m;  // exact on purpose: nothing to scale by
+    x /= m;
+    y /= m;
+    z /= m;
+    return m * std::sqrt(x * x + y * y + z * z);
 }
 
 V_VECTOR cross(const V_VECTOR& a, const V_VECTOR& b)
@@ -101,7 +107,9 @@ short normalise(V_VECTOR* v)
         return st::bad_input;
     }
     double len = length3(x, y, z);
-    if (len < tavotoll.angle) {  // the angular tolerance, on purpose
+    // The angular tolerance, on purpose. A length of exactly 0 has no direction even when
+    // the host sets the tolerance to 0.
+    if (len < tavotoll.angle || len == 0.0) {
         v->x = v->y = v->z = 0.0;
         return st::zero_vector;
     }

@@ -83,7 +83,8 @@ KESTRA_API bool operator!=(const V_VECTOR& a, const V_VECTOR& b);
 // (Rodrigues); out may be v or axis.
 KESTRA_API void vector_rotate(const V_VECTOR* v, const V_VECTOR* axis, double angle, V_VECTOR* out);
 // 0 and v of unit length; 177 and (0, 0, 0) when the length is below tavotoll.angle (the
-// angular tolerance, on purpose); 110 and (0, 0, 0) when a component is NaN or infinite.
+// angular tolerance, on purpose) or exactly 0; 110 and (0, 0, 0) for a NaN or infinite
+// component.
 KESTRA_API short normalise(V_VECTOR* v);
 // out = a x b, unfiltered; out may be a or b.
 KESTRA_API void aXb(const V_VECTOR* a, const V_VECTOR* b, V_VECTOR* out);
