@@ -15,12 +15,7 @@ const double kDenormal = 1e-310;  // below DBL_MIN (about 2.2e-308)
 class TolFixture : public ::testing::Test {
 protected:
     V_TOLERANCE saved_ = tavotoll;
-    double saved_weight_ = tavo_min_weight;
-    void TearDown() override
-    {
-        tavotoll = saved_;
-        tavo_min_weight = saved_weight_;
-    }
+    void TearDown() override { tavotoll = saved_; }
 };
 
 }  // namespace
@@ -37,38 +32,27 @@ TEST(Globals, InitialValues_AreTheModuleDefaults)
     EXPECT_EQ(tavo_min_weight, 1e-11);
     EXPECT_EQ(tavo_chordal_tolerance, 0.0001);
     EXPECT_EQ(tavo_view_depth, 1000.0);
-    // Three degrees in radians, to the digits stored.
-    EXPECT_NEAR(tavo_angular_step, 3.0 * std::acos(-1.0) / 180.0, 1e-15);
+    EXPECT_NEAR(tavo_angular_step, 3.0 * std::acos(-1.0) / 180.0, 1e-15);  // three degrees
     EXPECT_EQ(tavo_angular_step, 0.0523598775598299);
 }
 
 // --- tolerance filters ---
 
-TEST_F(TolFixture, TollTestp_BoundIsInclusiveAndNegativesKeepTheirSign)
+TEST_F(TolFixture, Filters_InclusiveBoundNaNKeptDenormalsDropped)
 {
     EXPECT_EQ(toll_testp(1e-08), 1e-08);  // tie keeps x
     EXPECT_EQ(toll_testp(-1e-08), -1e-08);
     EXPECT_EQ(toll_testp(9.9e-09), 0.0);
     EXPECT_EQ(toll_testp(-9.9e-09), 0.0);
-    EXPECT_EQ(toll_testp(0.0), 0.0);
-    EXPECT_EQ(toll_testp(2.5), 2.5);
-}
-
-TEST_F(TolFixture, Filters_NaNStaysNaNInfinityStaysDenormalsVanish)
-{
     EXPECT_TRUE(std::isnan(toll_testp(kNaN)));
     EXPECT_TRUE(std::isnan(toll_testa(kNaN)));
-    EXPECT_TRUE(std::isnan(toll_testp_param(kNaN, 1.0)));
-    EXPECT_EQ(toll_testp(kInf), kInf);
     EXPECT_EQ(toll_testa(-kInf), -kInf);
-    // A denormal is noise even when the tolerance would keep it.
-    tavotoll.point = 0.0;
-    tavotoll.angle = 0.0;
+    // A denormal is noise even when the tolerance would keep it; DBL_MIN is not a denormal.
+    tavotoll.point = tavotoll.angle = 0.0;
     EXPECT_EQ(toll_testp(kDenormal), 0.0);
     EXPECT_EQ(toll_testp(-kDenormal), 0.0);
     EXPECT_EQ(toll_testa(kDenormal), 0.0);
     EXPECT_EQ(toll_testp_param(kDenormal, 0.0), 0.0);
-    // The smallest normal number is not a denormal.
     EXPECT_EQ(toll_testp(DBL_MIN), DBL_MIN);
 }
 
@@ -122,53 +106,32 @@ TEST_F(TolFixture, Dsgn_DeadZoneWithInclusiveBounds)
     EXPECT_EQ(dsgn(0.0), 1);
 }
 
-TEST_F(TolFixture, Fsgn_WidensTheFloatFirst)
+TEST_F(TolFixture, Fsgn_WidensTheFloatFirstAndIntegerSignsAreExact)
 {
     EXPECT_EQ(fsgn(2e-8f), 1);
     EXPECT_EQ(fsgn(-2e-8f), -1);
-    EXPECT_EQ(fsgn(5e-9f), 0);
-    // 1e-8 as a float is 9.99999993922529e-09, just inside the dead zone.
-    EXPECT_EQ(fsgn(1e-8f), 0);
-    tavotoll.point = 0.25;
-    EXPECT_EQ(fsgn(0.25f), 1);  // 0.25 is exact in both widths
-}
-
-TEST(IntegerSigns, ExactWithoutDeadZone)
-{
-    EXPECT_EQ(lsgn(1L), 1);
-    EXPECT_EQ(lsgn(0L), 0);
+    EXPECT_EQ(fsgn(1e-8f), 0);  // 1e-8 as a float is 9.99999993922529e-09, inside the dead zone
+    tavotoll.point = 1e6;       // not read by the integer signs
     EXPECT_EQ(lsgn(LONG_MIN), -1);
-    EXPECT_EQ(lsgn(LONG_MAX), 1);
-    EXPECT_EQ(isgn(-1), -1);
-    EXPECT_EQ(isgn(0), 0);
-    EXPECT_EQ(isgn(INT_MAX), 1);
+    EXPECT_EQ(lsgn(0L), 0);
+    EXPECT_EQ(isgn(1), 1);
+    EXPECT_EQ(isgn(INT_MIN), -1);
     EXPECT_EQ(ssgn(static_cast<short>(-32768)), -1);
     EXPECT_EQ(ssgn(static_cast<short>(0)), 0);
-    EXPECT_EQ(ssgn(static_cast<short>(7)), 1);
 }
 
 // --- rounding ---
 
-TEST(RoundsInt, TiesGoTowardZero)
+TEST(RoundsInt, TiesGoTowardZeroAndOutOfRangeSaturates)
 {
     EXPECT_EQ(rounds(2.5), 2);
     EXPECT_EQ(rounds(-2.5), -2);
-    EXPECT_EQ(rounds(0.5), 0);
     EXPECT_EQ(rounds(-0.5), 0);
     EXPECT_EQ(rounds(-2.6), -3);
     EXPECT_EQ(rounds(2.75), 3);
-    EXPECT_EQ(rounds(0.51), 1);
     EXPECT_EQ(rounds(2.49), 2);
-    EXPECT_EQ(rounds(-7.0), -7);
-    EXPECT_EQ(rounds(3e-9), 0);  // no dead zone involved: plain truncation
-}
-
-TEST(RoundsInt, NonFiniteAndHugeValuesSaturate)
-{
     EXPECT_EQ(rounds(kNaN), 0);
     EXPECT_EQ(rounds(kInf), INT_MAX);
-    EXPECT_EQ(rounds(-kInf), INT_MIN);
-    EXPECT_EQ(rounds(1e300), INT_MAX);
     EXPECT_EQ(rounds(-1e300), INT_MIN);
     EXPECT_EQ(rounds(2147483646.6), 2147483647);
 }
@@ -187,16 +150,18 @@ TEST_F(TolFixture, RoundsDigits_HalfUpInSizeWithTheDeadZoneOfDsgn)
     EXPECT_EQ(rounds(0.05, 3), 0.0);
 }
 
-TEST_F(TolFixture, RoundsDigits_NonFiniteAndExtremeDigits)
+TEST_F(TolFixture, RoundsDigits_NonFiniteAndExtremeDigitsKeepX)
 {
     EXPECT_TRUE(std::isnan(rounds(kNaN, 3)));
-    EXPECT_EQ(rounds(kInf, 3), kInf);
     EXPECT_EQ(rounds(-kInf, 3), -kInf);
-    // 10^400 is not representable: nothing is left to round.
-    EXPECT_EQ(rounds(0.1, 400), 0.1);
+    EXPECT_EQ(rounds(0.1, 400), 0.1);  // 10^400 is not representable
     EXPECT_EQ(rounds(0.0, 400), 0.0);
     EXPECT_EQ(rounds(-3.0, -32768), -3.0);
     EXPECT_EQ(rounds(1e300, 10), 1e300);
+    EXPECT_TRUE(std::isnan(rounds_real(kNaN, 2)));
+    EXPECT_EQ(rounds_real(kInf, 2), kInf);
+    EXPECT_EQ(rounds_real(123.0, -400), 0.0);  // 10^-400 underflows: everything rounds to 0
+    EXPECT_EQ(rounds_real(0.1, 400), 0.1);
 }
 
 TEST_F(TolFixture, RoundsReal_NoDeadZoneAndNegativeDigitsRoundToTens)
@@ -212,15 +177,6 @@ TEST_F(TolFixture, RoundsReal_NoDeadZoneAndNegativeDigitsRoundToTens)
     EXPECT_DOUBLE_EQ(rounds_real(0.25, 1), 0.3);
 }
 
-TEST(RoundsReal, NonFiniteAndExtremeDigits)
-{
-    EXPECT_TRUE(std::isnan(rounds_real(kNaN, 2)));
-    EXPECT_EQ(rounds_real(kInf, 2), kInf);
-    EXPECT_EQ(rounds_real(-kInf, 2), -kInf);
-    EXPECT_EQ(rounds_real(123.0, -400), 0.0);  // 10^-400 underflows: everything rounds to 0
-    EXPECT_EQ(rounds_real(0.1, 400), 0.1);
-}
-
 TEST_F(TolFixture, RoundInRange_TiesAwayFromZero)
 {
     EXPECT_DOUBLE_EQ(round_in_range(7.5, 5.0), 10.0);
@@ -232,22 +188,17 @@ TEST_F(TolFixture, RoundInRange_TiesAwayFromZero)
     EXPECT_EQ(round_in_range(2.0, 5.0), 0.0);  // no multiple reached
 }
 
-TEST_F(TolFixture, RoundInRange_DeadZonesOfValueAndStep)
+TEST_F(TolFixture, RoundInRange_DeadZonesAndNonFiniteInput)
 {
     EXPECT_EQ(round_in_range(3.0, 0.0), 3.0);
     EXPECT_EQ(round_in_range(-3.0, 5e-9), -3.0);  // step inside the dead zone
     EXPECT_EQ(round_in_range(5e-9, 5.0), 0.0);    // value inside the dead zone
+    EXPECT_EQ(round_in_range(kNaN, 5.0), 0.0);    // dsgn(NaN) is 0
+    EXPECT_EQ(round_in_range(3.0, kNaN), 3.0);
+    EXPECT_EQ(round_in_range(3.0, kInf), 0.0);  // the only finite multiple is 0
     tavotoll.point = 1.0;
     EXPECT_EQ(round_in_range(3.0, 0.5), 3.0);  // step now inside the dead zone
     EXPECT_EQ(round_in_range(0.9, 0.1), 0.0);
-}
-
-TEST_F(TolFixture, RoundInRange_NonFiniteInput)
-{
-    EXPECT_EQ(round_in_range(kNaN, 5.0), 0.0);  // dsgn(NaN) is 0
-    EXPECT_EQ(round_in_range(3.0, kNaN), 3.0);  // dsgn(NaN step) is 0
-    EXPECT_EQ(round_in_range(3.0, kInf), 0.0);  // the only finite multiple is 0
-    EXPECT_EQ(round_in_range(kInf, 5.0), kInf);
 }
 
 TEST_F(TolFixture, RoundingDimension_OffsetCountsTwice)
@@ -282,10 +233,4 @@ TEST_F(TolFixture, RoundingDimension_SmallOrNonFiniteStepKeepsValue)
     tavotoll.point = 10.0;
     rounding_dimension(12.3, 0.0, 5.0, 0.5, &r);
     EXPECT_EQ(r, 12.3);
-}
-
-TEST(RoundingDimensionDeathTest, NullResultIsAContractViolation)
-{
-    EXPECT_DEATH(rounding_dimension(1.0, 0.0, 1.0, 0.5, nullptr),
-                 "assertion failed in tolerance.cpp line");
 }
