@@ -79,14 +79,15 @@ public:
     short Get_Linear_Knot(int i, double* value) const;
     // Multiplicity of the distinct knot holding linear knot i. Codes as Get_Linear_Knot.
     short Get_Linear_Knot_Mult(int i, int* mult) const;
-    // Clears out and fills it with the linear knot vector. 0 ok; 110 missing or unset data,
-    // fewer than 2 knots; 115 no memory.
+    // Clears out and fills it with the linear knot vector. 0 ok; 110 missing or unset data;
+    // 111 fewer than 2 knots; 115 no memory.
     short Get_Linear_Knots_Vector(List<double>* out) const;
     // Replaces the knots by the multiplicity form of linear[1..Count()] (values closer than
-    // the knot tolerance merge). 0 ok; 110 unset slot or fewer than 2 knots; 115 no memory.
+    // the knot tolerance merge). 0 ok; 110 unset slot; 111 fewer than 2 knots; 115 no memory.
     short Put_Linear_Knots_Vector(List<double>& linear);
     // Parameter range of the curve: linear knots order and n_cpts + 1 (the first and last
-    // distinct knot of a clamped curve). 0 ok; 110 unusable knots.
+    // distinct knot of a clamped curve). 0 ok; 110 missing list or unset slot; 111 order
+    // below 1, n_cpts below the order or too few knots.
     short Get_Start_End_Knots(double* start, double* end) const;
     // Raw 0-based storage of the three lists (control values, knot values, multiplicities),
     // an empty list's storage created first; null for a missing list or a null argument.
@@ -125,7 +126,8 @@ public:
     // Codes as Find_Interval.
     short Find_Span(double t, int* span) const;
     // First distinct knot within the knot tolerance of t: found 1 and its index in pos,
-    // else found 0. Always 0 (a missing knot list finds nothing).
+    // else found 0. 0 ok (a missing knot list finds nothing); 110 an unset slot or a null
+    // argument.
     short Find_Knot_Position(double t, short* found, int* pos) const;
     // Point at t. linear: the curve's linear knot vector (Get_Linear_Knots_Vector) or null.
     // 0 ok; 110 not a usable 3-D curve, linear knots of the wrong count, rational weight sum
@@ -179,5 +181,100 @@ public:
     short FindSpan(double u, int* k) const;
 
     // ---- creation (cs_create.cpp) ----
+    // Each creator replaces the whole curve on success (flags, form, counts, lists) and
+    // leaves it unchanged on any failure; 115 always means memory ran out. Lists of points
+    // alone are read at their occupied positions (holes skipped); lists read position by
+    // position against weights must have every position set (110 otherwise). Conics are
+    // rational quadratics in pieces of at most a quarter turn, weight 1 at the ends and
+    // cos(piece sweep / 2) in the middle, knots j/k (triple at the ends, double at joins).
+
+    // Order 2 from s.start to s.end, knots 0 and 1. 0 ok; 110 coincident or non-finite ends.
+    short CreateFromSegment(const V_SEGM& s);
+    // Order 2 (U, V) curve from a to b: parametric 1, vpp 2, knots 0 and 1. 0 ok; 110 a and b
+    // closer than tavotoll.point or not finite.
+    short CreateFromParametricSegment(const V_POINT2D& a, const V_POINT2D& b);
+    // Circular arc (form 1) counter-clockwise about the normal, its first and last control
+    // points exactly start and end; a negative radius runs the same points from end to start;
+    // start == end is a full turn (closed 1). 0 ok; 110 radius <= tavotoll.point, zero normal,
+    // start or end off the circle by more than tavotoll.point * max(1, radius).
+    short CreateFromArc(const V_ARC& a);
+    // Full circle (form 1, closed) from centre + radius * u, u the world X axis projected into
+    // the plane (world Y when |unit normal . X| > 0.9), counter-clockwise about the normal
+    // (clockwise for a negative radius). 0 ok; 110 radius <= tavotoll.point or zero normal.
+    short CreateFromCircle(const V_CIRCLE& c);
+    // Full ellipse (form 3, closed) centre + radius1 cos E axis1 + radius2 sin E axis2 from
+    // E = 0, counter-clockwise about axis1 x axis2 (axes used as given). 0 ok; 110 a radius
+    // <= tavotoll.point, zero or parallel axes.
+    short CreateFromEllipse(const V_ELLIPSE& e);
+    // Elliptical arc (form 3) counter-clockwise about axis1 x axis2 from start to end, which
+    // become its first and last control points; start == end is a full turn. 0 ok; 110 as
+    // CreateFromEllipse, or start or end off the ellipse by more than tavotoll.point *
+    // max(1, larger semi-axis).
+    short CreateFromEllipticalArc(const V_ELLIPTICALARC& a);
+    // Order 2 through the occupied points in order, a point within tavotoll.point of the
+    // previous kept one skipped; knots at the cumulative chord length (the parameter is the
+    // distance along the polyline); closed when at least 3 kept points end where they start.
+    // 0 ok; 110 fewer than 2 kept points or a non-finite point.
+    short CreateFromPolyline(const List<V_POINT>& pts);
+    short CreateFromPolyline(const Polyline& p);  // its point list as above; 110 without one
+    // Parabolic arc (form 2): the rational quadratic Bezier p0, p1, p2 with weights 1, p1 the
+    // meeting point of the end tangents. 0 ok; 110 p0 == p2, p1 within tavotoll.point of the
+    // line p0 p2, a non-finite point.
+    short CreateParabola(const V_POINT& p0, const V_POINT& p1, const V_POINT& p2);
+    // Hyperbolic arc (form 4) centre + a cosh t axis1 + b sinh t axis2, t0 <= t <= t1, in
+    // pieces of at most 2 in t with middle weight cosh(piece / 2); knots from 0 to 1.
+    // 0 ok; 110 a or b <= tavotoll.point, zero or parallel axes, t1 - t0 <= tavotoll.param,
+    // |t0| or |t1| above 50.
+    short CreateHyperbola(const V_POINT& centre, const V_VECTOR& axis1, const V_VECTOR& axis2,
+                          double a, double b, double t0, double t1);
+    // Circular arc (form 1) from explicit data: start at angle start_angle from xdir (projected
+    // into the plane) counter-clockwise about normal, sweeping |sweep| counter-clockwise when
+    // sweep > 0 and clockwise when < 0; |sweep| >= 2 pi - tavotoll.angle is a full, closed
+    // turn. 0 ok; 110 radius <= tavotoll.point, zero normal, xdir along the normal, |sweep|
+    // <= tavotoll.angle or above 2 pi + tavotoll.angle.
+    short Create_From_Arc(const V_POINT& centre, double radius, const V_VECTOR& normal,
+                          const V_VECTOR& xdir, double start_angle, double sweep);
+    // Full circle (form 1, closed) starting at centre + radius * xdir (projected into the
+    // plane), counter-clockwise about normal. 0 ok; 110 as Create_From_Arc.
+    short Create_From_Circle(const V_POINT& centre, double radius, const V_VECTOR& normal,
+                             const V_VECTOR& xdir);
+    // Degenerate curve of one point: order 2, two equal control points, knots 0 and 1.
+    // 0 ok; 110 a non-finite point.
+    short Create_From_Point(const V_POINT& p);
+    // Polynomial curve of the given order on the occupied points as control points, clamped
+    // uniform knots 0, 1/(n-order+1), ..., 1. 0 ok; 110 fewer than 2 points, order outside
+    // 1..n, a non-finite point.
+    short Create_From_Points(const List<V_POINT>& pts, int order);
+    // Curve of the given order from control points, weights (null: polynomial) and knots in
+    // multiplicity form. 0 ok; 110 order < 1, fewer than 2 or fewer than order points, counts
+    // that differ, an unset slot, knots closer than tavotoll.param or decreasing, a
+    // multiplicity outside 1..order, multiplicities not summing to points + order, an empty
+    // parameter range, non-finite data; 146 a weight below tavo_min_weight.
+    short Create_From_Cpts(int order, const List<V_POINT>& pts, const List<double>* weights,
+                           const List<double>& values, const List<int>& mult);
+    // Create_From_Cpts with the knots in linear form (points + order values, non-decreasing;
+    // values within tavotoll.param of a run's first value join that run). Codes the same.
+    short Create_By_Cpts(int order, const List<V_POINT>& pts, const List<double>* weights,
+                         const List<double>& linear);
+    // Empty order-n Bezier frame of Init_As_Bezier_Curve (control points to be filled by the
+    // caller). 0 ok; 110 order < 2.
+    short Create_Bezier_Curve(int order);
+    // Polynomial Bezier on the occupied points (order = their number), knots 0 and 1.
+    // 0 ok; 110 fewer than 2 points or a non-finite point.
+    short Create_Bezier_Curve(const List<V_POINT>& pts);
+    // Rational Bezier, weight i for point i. 0 ok; 110 fewer than 2 points, counts that
+    // differ, an unset slot, non-finite data; 146 a weight below tavo_min_weight.
+    short Create_Bezier_Curve(const List<V_POINT>& pts, const List<double>& weights);
+    // Bezier from n points of dim values each, stored as given (homogeneous, the weight last
+    // when rational): dim - rational is 3 for a model-space curve, 2 for a (U, V) one.
+    // 0 ok; 110 null cpts, n < 2, another dim, non-finite values; 146 a weight below
+    // tavo_min_weight.
+    short Create_Bezier_From_Cpts(const double* cpts, int n, int dim, bool rational);
+    // Cubic Bezier G1 blend from the end of a to the start of b: P0 = a(end), P3 = b(start),
+    // P1 = P0 + ma / 3 * unit end tangent of a, P2 = P3 - mb / 3 * unit start tangent of b,
+    // so the blend's end derivatives have lengths ma and mb. a or b may be this curve.
+    // 0 ok; 110 ma or mb not positive and finite, a or b not a usable 3-D curve, an end
+    // derivative shorter than tavotoll.point.
+    short Create_Blending(const CNurbs& a, const CNurbs& b, double ma, double mb);
     // ---- end of creation ----
 };

@@ -1,0 +1,605 @@
+#include "curves/cs_1.h"
+#include "curves/bspline.h"
+#include "foundation/list.h"
+#include "foundation/status.h"
+#include "platform/utils.h"
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+using kestra::detail::tracked_delete;
+using kestra::detail::tracked_new;
+
+// Orders up to this evaluate with stack buffers only; higher orders take one tracked block.
+constexpr int kStackOrder = 21;
+
+// Basis and knot-window buffers of one evaluation: N, N1, N2 (1-based, order + 1 each) and
+// a 1-based window of 2 * order knots.
+class EvalScratch {
+public:
+    explicit EvalScratch(int order)
+    {
+        if (order <= kStackOrder) {
+            N = local_n;
+            N1 = local_n1;
+            N2 = local_n2;
+            W = local_w;
+            return;
+        }
+        const size_t per = static_cast<size_t>(order) + 1;
+        heap = static_cast<double*>(v_memptr_alloc(nullptr, (3 * per + 2 * per) * sizeof(double)));
+        if (!heap) return;
+        N = heap;
+        N1 = heap + per;
+        N2 = heap + 2 * per;
+        W = heap + 3 * per;
+    }
+    ~EvalScratch() { v_memptr_free(heap); }
+    EvalScratch(const EvalScratch&) = delete;
+    EvalScratch& operator=(const EvalScratch&) = delete;
+    bool ok() const { return N != nullptr; }
+
+    double* N = nullptr;
+    double* N1 = nullptr;
+    double* N2 = nullptr;
+    double* W = nullptr;
+
+private:
+    double* heap = nullptr;
+    double local_n[kStackOrder + 1];
+    double local_n1[kStackOrder + 1];
+    double local_n2[kStackOrder + 1];
+    double local_w[2 * kStackOrder + 1];
+};
+
+// The knot lists hold n_knots entries each.
+bool knot_lists_usable(const CNurbs& c)
+{
+    return c.knots && c.mults && c.n_knots >= 2 &&
+           c.knots->Count() >= static_cast<uint32_t>(c.n_knots) &&
+           c.mults->Count() >= static_cast<uint32_t>(c.n_knots);
+}
+
+// Order, counts and control list allow an evaluation: the span search and the sums then
+// stay inside the lists.
+bool cpts_usable(const CNurbs& c)
+{
+    if (c.order < 1 || c.n_cpts < c.order || c.vpp < 1 || (c.rational && c.vpp < 2)) return false;
+    if (!c.cpts) return false;
+    const uint64_t len = static_cast<uint64_t>(c.n_cpts) * static_cast<uint64_t>(c.vpp);
+    return len <= c.cpts->Count();
+}
+
+// Linear span and knot window from the multiplicity form, without building the linear
+// vector: the span rule of find_span_linear (t in [T[order], T[n_cpts + 1]], the end
+// parameter in the last span of non-zero length). W[1 .. 2*order] receives
+// T[span - order + 1 .. span + order]. 0 ok; 110 unusable knots; 111 t outside the range.
+short span_from_multiplicities(const CNurbs& c, double t, int* span, double* W)
+{
+    if (!knot_lists_usable(c)) return st::bad_input;
+    const double* K = c.knots->items;
+    const int* M = c.mults->items;
+    const int nk = c.n_knots;
+    const int p = c.order;
+    const int64_t n = c.n_cpts;
+    // One pass: validate the multiplicities, find T[p], T[n+1] and the first copy of the
+    // distinct knot holding linear knot n + 1.
+    int64_t cum = 0;
+    double Tp = 0.0, Tn1 = 0.0;
+    int64_t first_end = 0;
+    for (int d = 0; d < nk; ++d) {
+        if (M[d] < 1 || M[d] > kestra_max_multiplicity) return st::bad_input;
+        const int64_t lo = cum + 1, hi = cum + M[d];
+        if (lo <= p && p <= hi) Tp = K[d];
+        if (lo <= n + 1 && n + 1 <= hi) {
+            Tn1 = K[d];
+            first_end = lo;
+        }
+        cum = hi;
+    }
+    if (cum != n + p) return st::bad_input;
+    if (!(t >= Tp && t <= Tn1)) return st::bad_index;  // outside or NaN
+    int64_t s;
+    if (t >= Tn1) {
+        s = first_end - 1;  // the end parameter: last span of non-zero length
+    } else {
+        // Last copy of the distinct knot K[d] <= t < K[d+1].
+        s = 0;
+        for (int d = 0; d < nk && K[d] <= t; ++d) s += M[d];
+    }
+    if (s < p || s > n) return st::bad_index;
+    // Window: walk from linear knot s - p + 1.
+    const int64_t a = s - p + 1;
+    int d = 0;
+    cum = 0;
+    while (cum + M[d] < a) cum += M[d++];
+    int64_t left = cum + M[d] - a + 1;  // copies of K[d] from position a on
+    for (int k = 1; k <= 2 * p; ++k) {
+        W[k] = K[d];
+        if (--left == 0 && d + 1 < nk) left = M[++d];
+    }
+    *span = static_cast<int>(s);
+    return st::ok;
+}
+
+// Homogeneous sums A[c] = sum_k B[k] * Pw[first + k - 1][c], k = 1..order.
+template <int V> inline void sum_fixed(const double* P, const double* B, int order, double* A)
+{
+    double a[V] = {};
+    for (int k = 1; k <= order; ++k, P += V) {
+        for (int c = 0; c < V; ++c) a[c] += B[k] * P[c];
+    }
+    for (int c = 0; c < V; ++c) A[c] = a[c];
+}
+
+inline void sum_points(const double* P, int vpp, const double* B, int order, double* A)
+{
+    if (vpp == 3) return sum_fixed<3>(P, B, order, A);
+    if (vpp == 4) return sum_fixed<4>(P, B, order, A);
+    for (int c = 0; c < vpp; ++c) A[c] = 0.0;
+    for (int k = 1; k <= order; ++k, P += vpp) {
+        for (int c = 0; c < vpp; ++c) A[c] += B[k] * P[c];
+    }
+}
+
+// Largest vpp whose results fit the fixed output of eval_curve.
+constexpr int kMaxEvalVpp = 16;
+
+// Point and nder derivatives (0..2) of c at t, Cartesian: out[d * dim + c] for derivative
+// d and coordinate c, dim = vpp - rational. Codes as CNurbs::Eval.
+short eval_curve(const CNurbs& c, double t, List<double>* linear, int nder, double* out)
+{
+    if (!std::isfinite(t)) return st::bad_index;
+    if (!cpts_usable(c) || c.vpp > kMaxEvalVpp) return st::bad_input;
+    const int p = c.order;
+    const int V = c.vpp;
+    EvalScratch s(p);
+    if (!s.ok()) return st::no_memory;
+    int span = 0;        // linear span of t: control points span - p + 1 .. span
+    int basis_span = 0;  // the same span in T's indexing
+    double* T;
+    if (linear) {
+        if (linear->Count() != static_cast<uint32_t>(c.n_cpts + p)) return st::bad_input;
+        T = linear->items - 1;  // 1-based view of the caller's linear knots
+        span = kestra::detail::find_span_linear(c.n_cpts, p, T, t);
+        if (span == 0) return st::bad_index;
+        basis_span = span;
+    } else {
+        const short rc = span_from_multiplicities(c, t, &span, s.W);
+        if (rc != st::ok) return rc;
+        T = s.W;  // W[1..2p] = T[span - p + 1 .. span + p]
+        basis_span = p;
+    }
+    const double* P = c.cpts->items + static_cast<size_t>(span - p) * V;
+    double A[3][kMaxEvalVpp];
+    if (nder == 0) {
+        BSpline_Basis_N(p, T, t, basis_span, s.N);
+    } else if (nder == 1) {
+        BSpline_Basis_N_N1(p, T, t, basis_span, s.N, s.N1);
+        sum_points(P, V, s.N1, p, A[1]);
+    } else {
+        BSpline_Basis_N_N1_N2(p, T, t, basis_span, s.N, s.N1, s.N2);
+        sum_points(P, V, s.N1, p, A[1]);
+        sum_points(P, V, s.N2, p, A[2]);
+    }
+    sum_points(P, V, s.N, p, A[0]);
+
+    const int dim = c.rational ? V - 1 : V;
+    if (!c.rational) {
+        for (int d = 0; d <= nder; ++d) {
+            for (int k = 0; k < dim; ++k) out[d * dim + k] = A[d][k];
+        }
+        return st::ok;
+    }
+    // C = A / w;  C' = (A' - w' C) / w;  C'' = (A'' - 2 w' C' - w'' C) / w.
+    const double w = A[0][dim];
+    if (w < tavo_min_weight) return st::bad_input;
+    for (int k = 0; k < dim; ++k) {
+        const double C = A[0][k] / w;
+        out[k] = C;
+        if (nder >= 1) {
+            const double C1 = (A[1][k] - A[1][dim] * C) / w;
+            out[dim + k] = C1;
+            if (nder >= 2) out[2 * dim + k] = (A[2][k] - 2.0 * A[1][dim] * C1 - A[2][dim] * C) / w;
+        }
+    }
+    return st::ok;
+}
+
+}  // namespace
+
+// --- knots ---
+
+short CNurbs::Get_Knots_Vector(List<double>* values, List<int>* mult) const
+{
+    if (!values || !mult || !knot_lists_usable(*this)) return st::bad_input;
+    List<double> v(static_cast<uint32_t>(n_knots));
+    List<int> m(static_cast<uint32_t>(n_knots));
+    if (!v.Reserve(static_cast<uint32_t>(n_knots)) || !m.Reserve(static_cast<uint32_t>(n_knots)))
+        return st::no_memory;
+    for (uint32_t k = 1; k <= static_cast<uint32_t>(n_knots); ++k) {
+        if (!knots->IsSet(k) || !mults->IsSet(k)) return st::bad_input;
+        v.Append(knots->items[k - 1]);
+        m.Append(mults->items[k - 1]);
+    }
+    *values = std::move(v);
+    *mult = std::move(m);
+    return st::ok;
+}
+
+short CNurbs::Get_Knots_Vector(double* values, int* mult) const
+{
+    if (!values || !mult || !knot_lists_usable(*this)) return st::bad_input;
+    for (uint32_t k = 1; k <= static_cast<uint32_t>(n_knots); ++k) {
+        if (!knots->IsSet(k) || !mults->IsSet(k)) return st::bad_input;
+    }
+    std::memcpy(values, knots->items, static_cast<size_t>(n_knots) * sizeof(double));
+    std::memcpy(mult, mults->items, static_cast<size_t>(n_knots) * sizeof(int));
+    return st::ok;
+}
+
+short CNurbs::Put_Knots_Vector(double* values, int* mult)
+{
+    if (!values || !mult || n_knots < 2) return st::bad_input;
+    List<double>* v = tracked_new<List<double>>(static_cast<uint32_t>(n_knots));
+    List<int>* m = tracked_new<List<int>>(static_cast<uint32_t>(n_knots));
+    bool ok = v && m && v->Reserve(static_cast<uint32_t>(n_knots)) &&
+              m->Reserve(static_cast<uint32_t>(n_knots));
+    for (int k = 0; ok && k < n_knots; ++k) ok = v->Append(values[k]) && m->Append(mult[k]);
+    if (!ok) {
+        tracked_delete(v);
+        tracked_delete(m);
+        return st::no_memory;
+    }
+    tracked_delete(knots);
+    tracked_delete(mults);
+    knots = v;
+    mults = m;
+    return st::ok;
+}
+
+short CNurbs::Put_Knots_Vector(List<double>& values, List<int>& mult)
+{
+    const uint32_t n = values.Count();
+    if (n != mult.Count() || n < 2 || n > INT32_MAX) return st::bad_input;
+    for (uint32_t k = 1; k <= n; ++k) {
+        if (!values.IsSet(k) || !mult.IsSet(k)) return st::bad_input;
+    }
+    List<double>* v = tracked_new<List<double>>(n);
+    List<int>* m = tracked_new<List<int>>(n);
+    bool ok = v && m && v->Reserve(n) && m->Reserve(n);
+    for (uint32_t k = 0; ok && k < n; ++k)
+        ok = v->Append(values.items[k]) && m->Append(mult.items[k]);
+    if (!ok) {
+        tracked_delete(v);
+        tracked_delete(m);
+        return st::no_memory;
+    }
+    tracked_delete(knots);
+    tracked_delete(mults);
+    knots = v;
+    mults = m;
+    n_knots = static_cast<int32_t>(n);
+    return st::ok;
+}
+
+short CNurbs::Get_Knot(int i, double* value) const
+{
+    KESTRA_REQUIRE(i >= 1 && i <= n_knots);
+    if (!knots || !value || !knots->Get(static_cast<uint32_t>(i), value)) return st::bad_input;
+    return st::ok;
+}
+
+short CNurbs::Get_Knot_Mult(int i, int* mult) const
+{
+    KESTRA_REQUIRE(i >= 1 && i <= n_knots);
+    if (!mults || !mult || !mults->Get(static_cast<uint32_t>(i), mult)) return st::bad_input;
+    return st::ok;
+}
+
+short CNurbs::Put_Knot(int i, double value)
+{
+    KESTRA_REQUIRE(i >= 1 && i <= n_knots);
+    if (!knots) return st::bad_input;
+    return knots->Put(static_cast<uint32_t>(i), value) ? st::ok : st::no_memory;
+}
+
+short CNurbs::Put_Knot_Mult(int i, int mult)
+{
+    KESTRA_REQUIRE(i >= 1 && i <= n_knots);
+    if (!mults) return st::bad_input;
+    return mults->Put(static_cast<uint32_t>(i), mult) ? st::ok : st::no_memory;
+}
+
+short CNurbs::Get_Linear_Knot(int i, double* value) const
+{
+    KESTRA_REQUIRE(i >= 1 && static_cast<int64_t>(i) <= static_cast<int64_t>(n_cpts) + order);
+    if (!knots || !mults || !value) return st::bad_input;
+    return get_linear_knot(knots, mults, n_knots, i, value);
+}
+
+short CNurbs::Get_Linear_Knot_Mult(int i, int* mult) const
+{
+    KESTRA_REQUIRE(i >= 1 && static_cast<int64_t>(i) <= static_cast<int64_t>(n_cpts) + order);
+    if (!mults || !mult) return st::bad_input;
+    return get_linear_knot_mult(mults, n_knots, i, mult);
+}
+
+short CNurbs::Get_Linear_Knots_Vector(List<double>* out) const
+{
+    if (!out || !knots || !mults) return st::bad_input;
+    return multiplicity_knots_to_linear_knots(*knots, *mults, out);
+}
+
+short CNurbs::Put_Linear_Knots_Vector(List<double>& linear)
+{
+    const uint32_t n = linear.Count();
+    if (n < 2 || n > INT32_MAX) return st::bad_index;
+    for (uint32_t k = 1; k <= n; ++k) {
+        if (!linear.IsSet(k)) return st::bad_input;
+    }
+    List<double>* v = tracked_new<List<double>>(16u);
+    List<int>* m = tracked_new<List<int>>(16u);
+    int count = 0;
+    short rc = st::no_memory;
+    if (v && m)
+        rc = linear_knots_to_multiplicity_knots(static_cast<int>(n), linear.items, v, m, &count);
+    if (rc != st::ok) {
+        tracked_delete(v);
+        tracked_delete(m);
+        return rc;
+    }
+    tracked_delete(knots);
+    tracked_delete(mults);
+    knots = v;
+    mults = m;
+    n_knots = count;
+    return st::ok;
+}
+
+short CNurbs::Get_Start_End_Knots(double* start, double* end) const
+{
+    if (!knots || !mults) return st::bad_input;
+    return _get_start_end_knots(order, n_cpts, *knots, *mults, start, end, nullptr, nullptr,
+                                nullptr, nullptr);
+}
+
+short CNurbs::Get_Arrays(double** cpt_values, double** knot_values, int** mult_values)
+{
+    // A list without storage gets its first growth step, so that its array exists.
+    auto materialise = [](auto* list) {
+        return list->capacity != 0 || list->Reserve(list->grow_by ? list->grow_by : 1);
+    };
+    bool ok = true;
+    if (cpt_values) {
+        *cpt_values = nullptr;
+        if (cpts && materialise(cpts))
+            *cpt_values = cpts->items;
+        else if (cpts)
+            ok = false;
+    }
+    if (knot_values) {
+        *knot_values = nullptr;
+        if (knots && materialise(knots))
+            *knot_values = knots->items;
+        else if (knots)
+            ok = false;
+    }
+    if (mult_values) {
+        *mult_values = nullptr;
+        if (mults && materialise(mults))
+            *mult_values = mults->items;
+        else if (mults)
+            ok = false;
+    }
+    return ok ? st::ok : st::no_memory;
+}
+
+// --- control points ---
+
+short CNurbs::Put_Cpt(int i, V_POINT p)
+{
+    KESTRA_REQUIRE(vpp - (rational ? 1 : 0) == 3);
+    KESTRA_REQUIRE(i >= 1 && i <= n_cpts);
+    if (!cpts) return st::bad_input;
+    const uint32_t base = static_cast<uint32_t>(i - 1) * static_cast<uint32_t>(vpp);
+    double w = 1.0;
+    if (rational && !cpts->Get(base + 4, &w)) return st::bad_input;
+    if (rational && w < tavo_min_weight) return st::low_weight;
+    const bool ok = cpts->Put(base + 1, p.x * w) && cpts->Put(base + 2, p.y * w) &&
+                    cpts->Put(base + 3, p.z * w);
+    return ok ? st::ok : st::no_memory;
+}
+
+short CNurbs::Put_Cpt_And_Weight(int i, V_POINT p, double w)
+{
+    KESTRA_REQUIRE(vpp - (rational ? 1 : 0) == 3);
+    KESTRA_REQUIRE(i >= 1 && i <= n_cpts);
+    if (rational && !(w >= tavo_min_weight)) return st::low_weight;
+    if (!cpts) return st::bad_input;
+    const uint32_t base = static_cast<uint32_t>(i - 1) * static_cast<uint32_t>(vpp);
+    if (!rational) w = 1.0;
+    // Grow once for the whole point so that a failure cannot leave it half written.
+    if (!cpts->Reserve(base + static_cast<uint32_t>(vpp))) return st::no_memory;
+    cpts->Put(base + 1, p.x * w);
+    cpts->Put(base + 2, p.y * w);
+    cpts->Put(base + 3, p.z * w);
+    if (rational) cpts->Put(base + 4, w);
+    return st::ok;
+}
+
+short CNurbs::Get_Cpt(int i, V_POINT* p) const
+{
+    double w;
+    return Get_Cpt_And_Weight(i, p, &w);
+}
+
+short CNurbs::Get_Cpt_And_Weight(int i, V_POINT* p, double* w) const
+{
+    KESTRA_REQUIRE(vpp - (rational ? 1 : 0) == 3);
+    KESTRA_REQUIRE(i >= 1 && i <= n_cpts);
+    if (!cpts || !p || !w) return st::bad_input;
+    const uint32_t base = static_cast<uint32_t>(i - 1) * static_cast<uint32_t>(vpp);
+    for (uint32_t c = 1; c <= static_cast<uint32_t>(vpp); ++c) {
+        if (!cpts->IsSet(base + c)) return st::bad_input;
+    }
+    const double* v = cpts->items + base;
+    const double weight = rational ? v[3] : 1.0;
+    if (rational && !(weight >= tavo_min_weight)) return st::low_weight;
+    *p = V_POINT{v[0] / weight, v[1] / weight, v[2] / weight};
+    *w = weight;
+    return st::ok;
+}
+
+short CNurbs::Get_Cpts(List<V_POINT>* pts) const
+{
+    return Get_Cpts_And_Weights(pts, nullptr);
+}
+
+short CNurbs::Get_Cpts_And_Weights(List<V_POINT>* pts, List<double>* weights) const
+{
+    KESTRA_REQUIRE(vpp - (rational ? 1 : 0) == 3);
+    if (!pts || !cpts || n_cpts < 1) return st::bad_input;
+    const uint32_t n = static_cast<uint32_t>(n_cpts);
+    List<V_POINT> out(n);
+    List<double> wout(n);
+    if (!out.Reserve(n) || (weights && !wout.Reserve(n))) return st::no_memory;
+    for (int i = 1; i <= n_cpts; ++i) {
+        V_POINT p;
+        double w;
+        const short rc = Get_Cpt_And_Weight(i, &p, &w);
+        if (rc != st::ok) return rc;
+        out.Append(p);
+        if (weights) wout.Append(w);
+    }
+    *pts = std::move(out);
+    if (weights) *weights = std::move(wout);
+    return st::ok;
+}
+
+short CNurbs::Put_Cpts_And_Weights(List<V_POINT>& pts, List<double>* weights)
+{
+    const uint32_t n = pts.Count();
+    if (n < 1 || n > INT32_MAX / 4) return st::bad_input;
+    if (weights && weights->Count() != n) return st::bad_input;
+    for (uint32_t k = 1; k <= n; ++k) {
+        if (!pts.IsSet(k) || (weights && !weights->IsSet(k))) return st::bad_input;
+        if (weights && !(weights->items[k - 1] >= tavo_min_weight)) return st::low_weight;
+    }
+    const uint32_t v = weights ? 4 : 3;
+    List<double>* list = tracked_new<List<double>>(n * v);
+    if (!list || !list->Reserve(n * v)) {
+        tracked_delete(list);
+        return st::no_memory;
+    }
+    for (uint32_t k = 0; k < n; ++k) {
+        const V_POINT& p = pts.items[k];
+        const double w = weights ? weights->items[k] : 1.0;
+        list->Append(p.x * w);
+        list->Append(p.y * w);
+        list->Append(p.z * w);
+        if (weights) list->Append(w);
+    }
+    tracked_delete(cpts);
+    cpts = list;
+    n_cpts = static_cast<int32_t>(n);
+    vpp = static_cast<int32_t>(v);
+    rational = weights ? 1 : 0;
+    parametric = 0;
+    return st::ok;
+}
+
+// --- parameter search and evaluation ---
+
+// Binary search over the distinct knots K[1..n]: the invariant low <= j < high holds for
+// increasing knots, so the loop ends within log2(n) steps; the step guard only stops a
+// corrupt, non-increasing vector.
+short CNurbs::Find_Interval(double t, int* j) const
+{
+    if (!std::isfinite(t)) return st::bad_index;
+    if (!knot_lists_usable(*this) || !j) return st::bad_input;
+    const double* K0 = knots->items;  // K(i) = K0[i - 1]
+    const int n = n_knots;
+    if (t < K0[0] || t > K0[n - 1]) return st::bad_index;
+    if (std::fabs(K0[n - 1] - t) < tavotoll.param) {  // the end belongs to the last interval
+        *j = n - 1;
+        return st::ok;
+    }
+    int low = 1, high = n, mid = (n + 1) / 2;
+    for (int steps = 0;; ++steps) {
+        if (mid < 1 || mid >= n || steps > 64) return st::bad_input;
+        if (K0[mid - 1] <= t && t < K0[mid]) break;
+        if (t < K0[mid - 1])
+            high = mid;
+        else
+            low = mid;
+        mid = (low + high) / 2;
+    }
+    *j = mid;
+    return st::ok;
+}
+
+short CNurbs::Find_Span(double t, int* span) const
+{
+    int j = 0;
+    const short rc = Find_Interval(t, &j);
+    if (rc != st::ok) return rc;
+    if (!span) return st::bad_input;
+    int64_t sum = 0;
+    for (int k = 0; k < j; ++k) sum += mults->items[k];
+    if (sum < 1 || sum > INT32_MAX) return st::bad_input;
+    *span = static_cast<int>(sum);
+    return st::ok;
+}
+
+short CNurbs::Find_Knot_Position(double t, short* found, int* pos) const
+{
+    if (!found || !pos) return st::bad_input;
+    *found = 0;
+    if (!knots) return st::ok;
+    const int n = knots->Count() < static_cast<uint32_t>(n_knots) ? static_cast<int>(knots->Count())
+                                                                  : n_knots;
+    return find_knot_position(t, *knots, n, found, pos);
+}
+
+short CNurbs::Eval(double t, List<double>* linear, V_POINT* p) const
+{
+    if (vpp - (rational ? 1 : 0) != 3) return st::bad_input;
+    double out[3];
+    const short rc = eval_curve(*this, t, linear, 0, out);
+    if (rc != st::ok) return rc;
+    *p = V_POINT{out[0], out[1], out[2]};
+    return st::ok;
+}
+
+short CNurbs::Eval(double t, List<double>* linear, V_POINT* p, V_VECTOR* d1) const
+{
+    if (vpp - (rational ? 1 : 0) != 3) return st::bad_input;
+    double out[6];
+    const short rc = eval_curve(*this, t, linear, 1, out);
+    if (rc != st::ok) return rc;
+    *p = V_POINT{out[0], out[1], out[2]};
+    *d1 = V_VECTOR{out[3], out[4], out[5]};
+    return st::ok;
+}
+
+short CNurbs::Eval(double t, List<double>* linear, V_POINT* p, V_VECTOR* d1, V_VECTOR* d2) const
+{
+    if (vpp - (rational ? 1 : 0) != 3) return st::bad_input;
+    double out[9];
+    const short rc = eval_curve(*this, t, linear, 2, out);
+    if (rc != st::ok) return rc;
+    *p = V_POINT{out[0], out[1], out[2]};
+    *d1 = V_VECTOR{out[3], out[4], out[5]};
+    *d2 = V_VECTOR{out[6], out[7], out[8]};
+    return st::ok;
+}
+
+short CNurbs::Eval(double t, List<double>* linear, double* out) const
+{
+    if (!out) return st::bad_input;
+    return eval_curve(*this, t, linear, 0, out);
+}
