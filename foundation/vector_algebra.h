@@ -89,7 +89,7 @@ KESTRA_API short normalise(V_VECTOR* v);
 // out = a x b, unfiltered; out may be a or b.
 KESTRA_API void aXb(const V_VECTOR* a, const V_VECTOR* b, V_VECTOR* out);
 // out = a x b normalised; the status of normalise (177 and a zero out for parallel or zero
-// inputs); out may be a or b.
+// inputs, 110 for a NaN or overflowing product); out may be a or b.
 KESTRA_API short naXb(const V_VECTOR* a, const V_VECTOR* b, V_VECTOR* out);
 // a . b through toll_testp (tavotoll.point).
 KESTRA_API double adotb(const V_VECTOR* a, const V_VECTOR* b);
@@ -99,7 +99,8 @@ KESTRA_API double modulus(const V_VECTOR* v);
 KESTRA_API double real_adotb(const V_VECTOR* a, const V_VECTOR* b);
 // Euclidean length, unfiltered (no overflow for large finite components).
 KESTRA_API double real_modulus(const V_VECTOR* v);
-// out = q - p normalised; the status of normalise (tavotoll.angle).
+// out = q - p normalised; the status of normalise (177 for coincident points, read against
+// tavotoll.angle).
 KESTRA_API short nvector_PP(const V_POINT* p, const V_POINT* q, V_VECTOR* out);
 // Distance between a and b through toll_testp (tavotoll.point).
 KESTRA_API double dist_PP(const V_POINT* a, const V_POINT* b);
