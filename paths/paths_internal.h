@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <type_traits>
-#include <utility>
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
               "records are copied as they lie in memory on a little-endian host");
@@ -25,21 +24,30 @@ inline uint32_t record_grow_by(uint32_t n)
     return n > 10 ? n : 10;
 }
 
-// Gives list room for cap slots. Unlike List::Reserve, a failure leaves the list and its items
-// untouched: the larger storage is made first and the items copied across. False on failure.
+// Gives list room for cap slots, zero-filling the new slots and flags as List::Reserve does.
+// Unlike List::Reserve, a failure leaves the items in place: each block is reallocated on its
+// own, and a block that grew before the other failed stays valid (capacity is raised only
+// when both succeed). False on failure.
 template <class T> bool grow_keeping(List<T>* list, uint32_t cap)
 {
-    static_assert(std::is_trivially_copyable_v<T>, "items are copied bytewise");
+    static_assert(std::is_trivially_copyable_v<T>, "items are moved bytewise");
     if (cap <= list->capacity) return true;
-    List<T> bigger(list->grow_by);
-    if (!bigger.Reserve(cap)) return false;
-    const uint32_t n_slots = list->Count();
-    if (n_slots > 0) {
-        std::memcpy(bigger.items, list->items, sizeof(T) * n_slots);
-        std::memcpy(bigger.set, list->set, n_slots);
+    T* items = static_cast<T*>(v_memptr_alloc(list->items, size_t(cap) * sizeof(T)));
+    if (!items) return false;
+    list->items = items;
+    uint8_t* set = static_cast<uint8_t*>(v_memptr_alloc(list->set, cap));
+    if (!set) {
+        if (list->capacity == 0) {  // keep "capacity 0 exactly when both blocks are null"
+            v_memptr_free(list->items);
+            list->items = nullptr;
+        }
+        return false;
     }
-    bigger.next = list->next;
-    *list = std::move(bigger);
+    list->set = set;
+    const uint32_t old = list->capacity;
+    std::memset(static_cast<void*>(items + old), 0, size_t(cap - old) * sizeof(T));
+    std::memset(set + old, 0, cap - old);
+    list->capacity = cap;
     return true;
 }
 
@@ -61,6 +69,7 @@ template <class T> bool room_for(List<T>* list, uint32_t k)
 template <class T, size_t RecSize, class Decode>
 void fill_items(List<T>* list, const unsigned char* src, uint32_t k, Decode decode)
 {
+    if (k == 0) return;  // an empty list may have no storage yet
     T* dst = list->items + (list->next - 1);
     for (uint32_t j = 0; j < k; ++j) decode(src + size_t(j) * RecSize, dst + j);
     std::memset(list->set + (list->next - 1), 1, k);
