@@ -66,7 +66,7 @@ KESTRA_API short knots_vector_from_List_to_VLST(List<double>& values, List<int>&
 KESTRA_API short knots_vector_from_VLST_to_List(VLST* knots, List<double>* values, List<int>* mults,
                                                 int* count);
 // Number of distinct knots (run rule above) of a linear VLST of doubles into count
-// (0 for an empty list). 0 ok; 110 uninitialised list or unreadable entry.
+// (0 for an empty or uninitialised list). 0 ok; 110 an unreadable entry or NaN.
 KESTRA_API short count_distinct_knots(VLST& knots, int& count);
 
 // ----------------------------------------------------------------------------------------
@@ -395,5 +395,5 @@ public:
     int Count_All() const;
 
 private:
-    int Check(int i, int j) const;  // asserts the indices, returns the first value index
+    int Check(int i, int j) const;  // asserts the indices; the vertex's sequential index
 };
