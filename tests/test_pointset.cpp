@@ -81,7 +81,7 @@ Bytes sample_head()
     put_xyz(b, 1, 2, 3);   // plane at 4: origin, name, id at 108, fill 110..115, axes
     put_le(b, u'A', 2);
     put_le(b, u'B', 2);
-    put_le(b, 0, 76);
+    b.insert(b.end(), 76, 0);  // the rest of the 40 name units
     put_le(b, 7, 2);
     for (int i = 0; i < 6; ++i) b.push_back(uint8_t(0xF1 + i));
     put_xyz(b, 0, 1, 0);
