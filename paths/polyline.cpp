@@ -1,4 +1,5 @@
 #include "paths/polyline.h"
+#include "curves/cs_1.h"
 #include "foundation/status.h"
 #include "foundation/vector_algebra.h"
 #include "paths/paths_internal.h"
@@ -225,4 +226,12 @@ short Polyline::fread_bin(unsigned char*& p)
     const bool ok =
         kestra::detail::read_items<V_POINT, PointCodec::size>(p, n, grow_by, points_, PointCodec{});
     return ok ? st::ok : st::bad_input;
+}
+
+// --- curves through the points of a polyline ---
+
+short CNurbs::CreateFromPolyline(const Polyline& p)
+{
+    // The list form reads the occupied slots only, so holes need no closing up here.
+    return p.Points() ? CreateFromPolyline(*p.Points()) : st::bad_input;
 }

@@ -214,6 +214,21 @@ TEST_F(PolylineTest, DebugOutput_PrintsHeaderAndOneLinePerSlot)
                                         "Point 2 deleted \n", "3 - 0.000,0.000,0.000\n"}));
 }
 
+TEST_F(PolylineTest, CurveFromPolyline_RunsThroughTheOccupiedPoints)
+{
+    CNurbs c;
+    EXPECT_EQ(c.CreateFromPolyline(Polyline()), st::bad_input);
+    Polyline pl = make({{0, 0, 0}, {9, 9, 9}, {3, 0, 0}, {3, 4, 0}});
+    pl.Points()->Delete(2);
+    ASSERT_EQ(c.CreateFromPolyline(pl), st::ok);
+    double u0, u1;
+    ASSERT_EQ(c.Get_Start_End_Knots(&u0, &u1), st::ok);
+    EXPECT_DOUBLE_EQ(u1 - u0, 7.0);  // chord-length knots: legs 3 and 4, the hole skipped
+    V_POINT p;
+    ASSERT_EQ(c.Get_Cpt(2, &p), st::ok);
+    EXPECT_EQ(p.x, 3.0);
+}
+
 // ----------------------------------------------------------------------------------------
 
 TEST_F(PolylineTest, Record_MatchesHandBuiltBytesAndRoundTripsBitForBit)
