@@ -191,7 +191,8 @@ KESTRA_API short equalise(unsigned long n, CNurbs* curves);
 // Discrete B-spline coefficients of new knot j of tau for a curve of order and count
 // control vertices on old knots t (order + count entries): the span i of t with
 // t[i] <= tau[j] < t[i+1] (first match of i = 1..order+count-2; count when none),
-// alpha[i] = 1 when found, alpha[k] = 0 for the other k of i-order..i+order within
+// alpha[i] = 1 when found or when tau[j] >= t[count] (the end belongs to the last
+// vertex), alpha[k] = 0 for the other k of i-order..i+order within
 // 1..order+count, then for r = 1..order-1 and k = i-r..i the in-place recurrence
 // alpha[k] = (tau[j+r] - t[k]) / (t[k+r] - t[k]) * alpha[k]
 //          + (t[k+r+1] - tau[j+r]) / (t[k+r+1] - t[k+1]) * alpha[k+1]

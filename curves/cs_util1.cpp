@@ -100,8 +100,14 @@ int oslo_alpha(int order, int count, const double* t, const double* tauj, double
             break;
         }
     }
-    const bool found = i != 0;
-    if (!found) i = count;
+    bool found = i != 0;
+    if (!found) {
+        // Past the spans scanned (possible for order 1, whose last span is t[count]): the
+        // end of the range belongs to the last vertex. Below the first knot or NaN: no
+        // vertex, all coefficients 0.
+        i = count;
+        found = x >= t[count];
+    }
     for (int k = (i - order > 1 ? i - order : 1); k <= i + order && k <= nt; ++k) alpha[k] = 0.0;
     if (found) alpha[i] = 1.0;
     if (order < 2) return i;
