@@ -68,8 +68,8 @@ public:
     short Append(const V_POINT& p);
     // Marks the point in slot pos (1-based) as deleted by appending pos to the deleted list;
     // the point stays in its slot. 0; 111 when pos is 0 or beyond the last slot; 110 for a
-    // free slot or without a points list; 150 when pos is already marked; 115 when memory
-    // runs out.
+    // free slot or without a points list; 150 when pos is already marked (found by a scan of
+    // the deleted list); 115 when memory runs out.
     short DeletePoint(unsigned long pos);
     // True when pos is recorded in the deleted list.
     bool IsDeleted(unsigned long pos) const;

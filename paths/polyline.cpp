@@ -9,6 +9,8 @@
 
 using kestra::detail::PointCodec;
 
+static_assert(sizeof(Polyline) == sizeof(void*), "a polyline is its one list pointer");
+
 namespace {
 
 // A list holding the occupied points of src closed up at positions 1..n (capacity n,
