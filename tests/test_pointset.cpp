@@ -72,7 +72,7 @@ bool same_plane(const V_WORKPLANE& a, const V_WORKPLANE& b)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// The record's first 192 bytes for sample(), from the documented offsets.
+// The record's first 192 bytes for sample(), laid out field by field at their offsets.
 Bytes sample_head()
 {
     Bytes b;
