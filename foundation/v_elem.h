@@ -217,10 +217,11 @@ static_assert(alignof(V_ELEMENT) == 8, "the payload starts at offset 8");
 // plane's orientation, the start and end points of an arc are exchanged, so the image runs
 // the other way round about that normal. A circle or arc whose image is not a circle within
 // tavotoll.point becomes the exact ellipse (6) or elliptical arc (7) when keep_type is 0;
-// with keep_type 1 the result is 121 instead. Ellipses keep their axes when the images of
-// the axes stay perpendicular, else take the principal axes (axis1 the larger). Text keeps
-// the images of its x axis and of its in-plane y axis (a mirrored text is seen from the
-// back: its normal turns round); width scales with the x axis, height with the y axis.
+// with keep_type 1 the result is 121 instead; such an ellipse has its major axis as axis1.
+// Ellipses keep the images of their axes when those stay perpendicular, else take the
+// principal axes (axis1 the major one). Text keeps the images of its x axis and of its
+// in-plane y axis (a mirrored text is seen from the back: its normal turns round); width
+// scales with the x axis, height with the y axis; slant and spacings are kept.
 // A symbol instance keeps its position, the image of its x axis, an angle and scales that
 // reproduce the image of its frame (a reflection negates scale_z). Curves transform their
 // homogeneous control points (X*w, w) -> ((X*L + w*t) / m33, w): the Cartesian point moves,

@@ -163,16 +163,17 @@ short planar_image(const V_MATRIX& M, const V_VECTOR& u, const V_VECTOR& v, cons
     return st::ok;
 }
 
-// An ellipse record from a planar image: axes kept when their images stay perpendicular,
-// else the principal axes; axis2 turned so that axis1 x axis2 is the image normal.
-// 0; 110 when a semi-axis vanishes.
-short ellipse_from_image(const V_POINT& centre, const PlanarImage& im, V_ELLIPSE* out)
+// An ellipse record from a planar image: with keep_axes the images of the axes when they
+// stay perpendicular, otherwise the principal axes (axis1 the major one); axis2 turned so
+// that axis1 x axis2 is the image normal. 0; 110 when a semi-axis vanishes.
+short ellipse_from_image(const V_POINT& centre, const PlanarImage& im, bool keep_axes,
+                         V_ELLIPSE* out)
 {
     const double la = len(im.a), lb = len(im.b);
     if (!(la > 0.0) || !(lb > 0.0)) return st::bad_input;  // exact on purpose: no direction
     V_ELLIPSE e;
     e.centre = centre;
-    if (!skewed(im.a, im.b)) {
+    if (keep_axes && !skewed(im.a, im.b)) {
         e.axis1 = scaled(im.a, 1.0 / la);
         e.axis2 = scaled(im.b, 1.0 / lb);
         e.radius1 = la;
@@ -215,7 +216,8 @@ short round_image(const V_MATRIX& M, const V_POINT& centre, double radius, const
     out->is_circle = defect <= tavotoll.point || defect <= 64.0 * DBL_EPSILON * (la + lb);
     out->radius = 0.5 * (la + lb);
     if (out->is_circle) return st::ok;
-    return ellipse_from_image(out->centre, im, &out->ellipse);
+    // The in-plane axes of a circle are arbitrary: the ellipse takes its principal axes.
+    return ellipse_from_image(out->centre, im, false, &out->ellipse);
 }
 
 // Image of an ellipse (both semi-diameters mapped); 177 zero axis, 110 collapsed.
@@ -227,7 +229,7 @@ short ellipse_image(const V_MATRIX& M, const V_ELLIPSE& e, V_ELLIPSE* out, bool*
     if (planar_image(M, e.axis1, e.axis2, n, e.radius1, e.radius2, &im) != st::ok)
         return st::bad_input;
     *mirrored = im.mirrored;
-    return ellipse_from_image(image(M, e.centre), im, out);
+    return ellipse_from_image(image(M, e.centre), im, true, out);
 }
 
 // Exchanges two points.
