@@ -42,6 +42,16 @@ template <class T> void tracked_delete(T* p)
     v_memptr_free(p);
 }
 
+// List flags are written as this one-byte type and read back as bytes through List::set.
+// Unlike a byte store, a store of it cannot overlap the list's own fields, so the compiler
+// keeps them in registers across a run of appends.
+enum class SlotFlag : uint8_t { empty = 0, occupied = 1 };
+
+inline void mark(uint8_t* set, uint32_t i, SlotFlag f)
+{
+    reinterpret_cast<SlotFlag*>(set)[i] = f;
+}
+
 }  // namespace kestra::detail
 
 template <class T> class List {
@@ -102,19 +112,16 @@ public:
     bool Reserve(uint32_t n)
     {
         if (n <= capacity) return true;
-        if (n == UINT32_MAX) return FailAndRelease();  // next could not pass the last slot
-        T* const new_items =
-            static_cast<T*>(v_memptr_alloc(items, static_cast<size_t>(n) * sizeof(T)));
-        if (!new_items) return FailAndRelease();
-        items = new_items;
-        uint8_t* const new_set = static_cast<uint8_t*>(v_memptr_alloc(set, n));
-        if (!new_set) return FailAndRelease();
-        set = new_set;
-        std::memset(static_cast<void*>(items + capacity), 0,
-                    static_cast<size_t>(n - capacity) * sizeof(T));
-        std::memset(set + capacity, 0, n - capacity);
-        capacity = n;
-        return true;
+        const Blocks grown = Grown(items, set, capacity, n);
+        items = grown.items;
+        set = grown.set;
+        if (grown.items) {
+            capacity = n;
+            return true;
+        }
+        capacity = 0;
+        next = 1;
+        return false;
     }
 
     // Stores a copy of item at position k (assigning over an item already there), growing
@@ -124,16 +131,35 @@ public:
     bool Put(uint32_t k, const T& item)
     {
         if (next == 0 || k == 0 || k == UINT32_MAX) return false;
-        if (k - 1 >= capacity) return GrowAndPut(k, item);
-        uint8_t& flag = set[k - 1];
-        if (flag) {
-            items[k - 1] = item;
-        } else {
-            new (items + (k - 1)) T(item);
-            flag = 1;
+        if (k - 1 < capacity) {
+            StoreAt(k, item);
+            return true;
         }
-        if (next <= k) next = k + 1;
-        return true;
+        // item may lie in the storage that the growth moves.
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            // By value into the out-of-line growth: nothing stays live across the call.
+            const uint32_t n = GrownCapacity(capacity, grow_by, k);
+            const Blocks grown = GrownWith(items, set, capacity, n, k, item);
+            items = grown.items;
+            set = grown.set;
+            if (!grown.items) {
+                capacity = 0;
+                next = 1;
+                return false;
+            }
+            capacity = n;
+            next = k + 1;  // k was past every slot, so past next too
+            return true;
+        } else {
+            // The moved bytes keep their offset, so the item is found at the same slot.
+            const uintptr_t at = reinterpret_cast<uintptr_t>(&item);
+            const uintptr_t lo = reinterpret_cast<uintptr_t>(items);
+            const bool own = capacity != 0 && at >= lo && at < lo + capacity * sizeof(T);
+            const size_t slot = own ? (at - lo) / sizeof(T) : 0;
+            if (!Reserve(GrownCapacity(capacity, grow_by, k))) return false;
+            StoreAt(k, own ? items[slot] : item);
+            return true;
+        }
     }
 
     // Put at position next.
@@ -144,7 +170,7 @@ public:
         if (__builtin_expect(k - 1 < capacity, 1)) {
             // The slot at next is never set, so the item is constructed, not assigned.
             new (items + (k - 1)) T(item);
-            set[k - 1] = 1;
+            kestra::detail::mark(set, k - 1, kestra::detail::SlotFlag::occupied);
             next = k + 1;
             return true;
         }
@@ -183,13 +209,13 @@ public:
     {
         if (!IsSet(k)) return;
         items[k - 1].~T();
-        set[k - 1] = 0;
+        kestra::detail::mark(set, k - 1, kestra::detail::SlotFlag::empty);
     }
 
     // Destroys every item and clears every flag; next becomes 1, the capacity stays.
     void Clear()
     {
-        DestroyItems();
+        DestroyItems(items, set, capacity);
         if (capacity != 0) std::memset(set, 0, capacity);
         next = 1;
     }
@@ -207,24 +233,82 @@ public:
     }
 
 private:
-    // Growth of Put for k - 1 >= capacity. item may live in this list's own storage, which
-    // the growth moves, so such an item is copied out first.
-    bool GrowAndPut(uint32_t k, const T& item)
+    // Capacity after growing by max(capacity / 10, grow_by) slots, at least up to position
+    // k < UINT32_MAX.
+    static uint32_t GrownCapacity(uint32_t capacity, uint32_t grow_by, uint32_t k)
     {
-        if (capacity != 0 && &item >= items && &item < items + capacity) {
-            const T saved(item);
-            return GrowAndPut(k, saved);
-        }
         const uint32_t tenth = capacity / 10;
         const uint64_t step = tenth > grow_by ? tenth : grow_by;
         uint64_t wanted = static_cast<uint64_t>(capacity) + step;
         if (wanted < k) wanted = k;
-        if (wanted > UINT32_MAX - 1) wanted = UINT32_MAX - 1;  // still >= k here
-        if (!Reserve(static_cast<uint32_t>(wanted))) return false;
-        new (items + (k - 1)) T(item);
-        set[k - 1] = 1;
+        if (wanted > UINT32_MAX - 1) wanted = UINT32_MAX - 1;  // still >= k
+        return static_cast<uint32_t>(wanted);
+    }
+
+    // Stores item in slot k (below capacity): assigned over an item, else constructed.
+    void StoreAt(uint32_t k, const T& item)
+    {
+        if (set[k - 1]) {
+            items[k - 1] = item;
+        } else {
+            new (items + (k - 1)) T(item);
+            kestra::detail::mark(set, k - 1, kestra::detail::SlotFlag::occupied);
+        }
         if (next <= k) next = k + 1;
-        return true;
+    }
+
+    // The two blocks of a list; both null after a failed growth.
+    struct Blocks {
+        T* items;
+        uint8_t* set;
+    };
+
+    // Blocks of n > capacity slots holding the items, the new slots and flags zero-filled;
+    // on failure the items are destroyed and both blocks released, and the result is null.
+    __attribute__((always_inline)) static Blocks Reallocated(T* items, uint8_t* set,
+                                                             uint32_t capacity, uint32_t n)
+    {
+        // n at the 32-bit limit is refused: next could not pass the last slot.
+        if (n != UINT32_MAX) {
+            T* const new_items =
+                static_cast<T*>(v_memptr_alloc(items, static_cast<size_t>(n) * sizeof(T)));
+            if (new_items) {
+                items = new_items;
+                uint8_t* const new_set = static_cast<uint8_t*>(v_memptr_alloc(set, n));
+                if (new_set) {
+                    std::memset(static_cast<void*>(new_items + capacity), 0,
+                                static_cast<size_t>(n - capacity) * sizeof(T));
+                    std::memset(new_set + capacity, 0, n - capacity);
+                    return {new_items, new_set};
+                }
+            }
+        }
+        // The flag block is unchanged on every failure, so it still describes the items.
+        DestroyItems(items, set, capacity);
+        v_memptr_free(items);
+        v_memptr_free(set);
+        return {nullptr, nullptr};
+    }
+
+    // The growths run out of line with their arguments and result in registers, so that a
+    // list kept in a caller's registers stays there across appends; the C runtime's string
+    // routines they call are much faster than what a cold function would inline.
+    __attribute__((noinline)) static Blocks Grown(T* items, uint8_t* set, uint32_t capacity,
+                                                  uint32_t n)
+    {
+        return Reallocated(items, set, capacity, n);
+    }
+
+    // Grown to n slots, then value constructed in slot k (k <= n) on success.
+    __attribute__((noinline)) static Blocks GrownWith(T* items, uint8_t* set, uint32_t capacity,
+                                                      uint32_t n, uint32_t k, T value)
+    {
+        const Blocks grown = Reallocated(items, set, capacity, n);
+        if (grown.items) {
+            new (grown.items + (k - 1)) T(value);
+            kestra::detail::mark(grown.set, k - 1, kestra::detail::SlotFlag::occupied);
+        }
+        return grown;
     }
 
     // Copies the flags and flagged items of positions 1 .. other's count after Reserve.
@@ -235,12 +319,12 @@ private:
         for (uint32_t i = 0; i < n; ++i) {
             if (!other.set[i]) continue;
             new (items + i) T(other.items[i]);
-            set[i] = 1;
+            kestra::detail::mark(set, i, kestra::detail::SlotFlag::occupied);
         }
     }
 
-    // Destroys every flagged item (flags stay as they are).
-    void DestroyItems()
+    // Destroys every flagged item of the first capacity slots (flags stay as they are).
+    static void DestroyItems(T* items, const uint8_t* set, uint32_t capacity)
     {
         if constexpr (!std::is_trivially_destructible_v<T>) {
             for (uint32_t i = 0; i < capacity; ++i) {
@@ -252,18 +336,10 @@ private:
     // Destroys the items and releases items and flags; capacity 0, next 1.
     void Release()
     {
-        if (capacity != 0) DestroyItems();
+        DestroyItems(items, set, capacity);
         v_memptr_free(items);
         v_memptr_free(set);
         Abandon();
-    }
-
-    // Failure of Reserve: the flags still describe the items (the flag block was not
-    // changed), so the items can be destroyed before everything is released.
-    bool FailAndRelease()
-    {
-        Release();
-        return false;
     }
 
     // Forgets the storage without releasing it (after a move); grow_by stays.

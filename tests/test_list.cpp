@@ -120,6 +120,13 @@ TEST_F(ListTest, AppendOwnItemDuringGrowth_CopiesTheValue)
     for (uint32_t k = 1; k <= 21; ++k) EXPECT_EQ(l[k].v, 42) << k;
     ASSERT_TRUE(l.Put(100, l[2]));
     EXPECT_EQ(l[100].v, 42);
+
+    // Records and scalars take another path through the growth.
+    List<V_POINT> pts(1);
+    ASSERT_TRUE(pts.Append(V_POINT{1, 2, 3}));
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(pts.Append(pts[pts.Count()]));
+    ASSERT_TRUE(pts.Put(300, pts[7]));
+    for (uint32_t k : {2u, 21u, 300u}) EXPECT_EQ(pts[k].z, 3.0) << k;
 }
 
 // --- failure paths ---

@@ -56,6 +56,10 @@ TEST_F(UtilsTest, Allocation_KeepsContentsZeroFillsAndCountsBlocks)
     EXPECT_EQ(v_memptr_live_count(), live + 1);  // a reallocation is the same block
     EXPECT_EQ(v_memptr_live_bytes(), bytes + 1000 * sizeof(int));
     for (int i = 0; i < 4; ++i) EXPECT_EQ(p[i], i * i);
+    p = static_cast<int*>(v_memptr_alloc(p, 3 * sizeof(int)));  // shrinking keeps the front
+    ASSERT_NE(p, nullptr);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(p[i], i * i);
+    EXPECT_EQ(v_memptr_live_bytes(), bytes + 3 * sizeof(int));
     v_memptr_free(p);
     v_memptr_free(nullptr);
     EXPECT_EQ(v_memptr_live_count(), live);
