@@ -3,7 +3,6 @@
 #include "foundation/records.h"
 #include "foundation/status.h"
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <utility>

@@ -146,6 +146,30 @@ std::vector<double> snapshot(const CNurbs& c)
     return s;
 }
 
+// Point at angle a on the circle of radius r about f.c, measured from f.e1.
+V_POINT circle_point(const Frame& f, double r, double a)
+{
+    return at(f.c, f.e1, r * std::cos(a), f.e2, r * std::sin(a));
+}
+
+// Conic layout: form, order 3, rational, n control points, (n + 1) / 2 knots, closed flag.
+void expect_conic(const CNurbs& c, int form, int n_cpts, int closed)
+{
+    EXPECT_EQ(c.form, form);
+    EXPECT_EQ(c.order, 3);
+    EXPECT_EQ(c.rational, 1);
+    EXPECT_EQ(c.n_cpts, n_cpts);
+    EXPECT_EQ(c.n_knots, (n_cpts + 1) / 2);
+    EXPECT_EQ(c.closed, closed);
+}
+
+// The curve starts at p0 and ends at p1, within tol.
+void expect_ends(const CNurbs& c, const V_POINT& p0, const V_POINT& p1, double tol)
+{
+    EXPECT_LE(dist(eval(c, first_knot(c)), p0), tol);
+    EXPECT_LE(dist(eval(c, last_knot(c)), p1), tol);
+}
+
 CNurbs segment_curve()
 {
     CNurbs c;
@@ -166,26 +190,18 @@ TEST(CreateFromArc, Sweeps_ExactCircleQuarterPiecesMonotonic)
                                             {180, 2}, {270, 3}, {360, 4}};
     for (const auto& [deg, k] : cases) {
         const double a0 = 0.3, sweep = deg * kDeg;
-        const V_ARC arc{
-            f.c, r, f.n, at(f.c, f.e1, r * std::cos(a0), f.e2, r * std::sin(a0)),
-            deg == 360 ? at(f.c, f.e1, r * std::cos(a0), f.e2, r * std::sin(a0))
-                       : at(f.c, f.e1, r * std::cos(a0 + sweep), f.e2, r * std::sin(a0 + sweep))};
+        const V_ARC arc{f.c, r, f.n, circle_point(f, r, a0),
+                        circle_point(f, r, deg == 360 ? a0 : a0 + sweep)};
         CNurbs c;
         ASSERT_EQ(c.CreateFromArc(arc), st::ok) << deg;
-        EXPECT_EQ(c.form, 1);
-        EXPECT_EQ(c.order, 3);
-        EXPECT_EQ(c.rational, 1);
-        EXPECT_EQ(c.n_cpts, 2 * k + 1) << deg;
-        EXPECT_EQ(c.n_knots, k + 1) << deg;
-        EXPECT_EQ(c.closed, deg == 360 ? 1 : 0);
+        expect_conic(c, 1, 2 * k + 1, deg == 360 ? 1 : 0);
         for (int j = 2; j < c.n_knots; ++j) EXPECT_EQ((*c.mults)[j], 2);  // double at joins
         sample(c, [&](double, const V_POINT& p) {
             EXPECT_NEAR(dist(p, f.c), r, 1e-12 * r);
             EXPECT_NEAR(vdot(vsub(p, f.c), f.n), 0.0, 1e-12 * r);
         });
         EXPECT_NEAR(total_turn(c, f, +1), sweep, 1e-9);
-        EXPECT_LE(dist(eval(c, first_knot(c)), arc.start), 1e-12 * r);
-        EXPECT_LE(dist(eval(c, last_knot(c)), arc.end), 1e-12 * r);
+        expect_ends(c, arc.start, arc.end, 1e-12 * r);
     }
 }
 
@@ -197,8 +213,7 @@ TEST(CreateFromArc, NegativeRadius_SamePointsFromEndToStart)
     ASSERT_EQ(c.CreateFromArc(V_ARC{f.c, -2.0, f.n, s, e}), st::ok);
     // Positive, this arc would run 270 degrees counter-clockwise from s to e; negative, it
     // runs from e back to s clockwise over the same points.
-    EXPECT_LE(dist(eval(c, first_knot(c)), e), 1e-12);
-    EXPECT_LE(dist(eval(c, last_knot(c)), s), 1e-12);
+    expect_ends(c, e, s, 1e-12);
     EXPECT_NEAR(total_turn(c, f, -1), -1.5 * kPi, 1e-9);
     sample(c, [&](double, const V_POINT& p) {
         const double a = angle_in(f, p);  // the 270-degree sweep avoids (-90, 0) degrees
@@ -231,13 +246,9 @@ TEST(CreateFromCircle, FullTurnFromWorldX_CounterClockwiseOrByNegativeRadiusCloc
 {
     CNurbs c;
     ASSERT_EQ(c.CreateFromCircle(V_CIRCLE{{1, 1, 0}, 3.0, {0, 0, 2}}), st::ok);
-    EXPECT_EQ(c.n_cpts, 9);
-    EXPECT_EQ(c.n_knots, 5);
-    EXPECT_EQ(c.closed, 1);
-    EXPECT_EQ(c.form, 1);
+    expect_conic(c, 1, 9, 1);
     // The documented start: centre + radius along world X; the end closes on it.
-    EXPECT_LE(dist(eval(c, first_knot(c)), V_POINT{4, 1, 0}), 1e-12);
-    EXPECT_LE(dist(eval(c, last_knot(c)), V_POINT{4, 1, 0}), 1e-12);
+    expect_ends(c, {4, 1, 0}, {4, 1, 0}, 1e-12);
     Frame z;
     z.c = {1, 1, 0};
     z.n = {0, 0, 1};
@@ -260,17 +271,12 @@ TEST(CreateFromArcExplicit, StartAngleAndSignedSweep)
     const V_VECTOR xdir{f.e1.x + 3 * f.n.x, f.e1.y + 3 * f.n.y, f.e1.z + 3 * f.n.z};
     ASSERT_EQ(c.Create_From_Arc(f.c, 2.0, f.n, xdir, 0.5, -200 * kDeg), st::ok);
     EXPECT_EQ(c.n_cpts, 7);  // 200 degrees: three pieces
-    EXPECT_LE(
-        dist(eval(c, first_knot(c)), at(f.c, f.e1, 2 * std::cos(0.5), f.e2, 2 * std::sin(0.5))),
-        1e-12);
-    const double a1 = 0.5 - 200 * kDeg;
-    EXPECT_LE(dist(eval(c, last_knot(c)), at(f.c, f.e1, 2 * std::cos(a1), f.e2, 2 * std::sin(a1))),
-              1e-12);
+    expect_ends(c, circle_point(f, 2.0, 0.5), circle_point(f, 2.0, 0.5 - 200 * kDeg), 1e-12);
     EXPECT_NEAR(total_turn(c, f, -1), -200 * kDeg, 1e-9);
 
     ASSERT_EQ(c.Create_From_Circle(f.c, 2.0, f.n, f.e2), st::ok);
-    EXPECT_EQ(c.closed, 1);
-    EXPECT_LE(dist(eval(c, first_knot(c)), at(f.c, f.e2, 2.0, f.e1, 0.0)), 1e-12);
+    expect_conic(c, 1, 9, 1);
+    expect_ends(c, circle_point(f, 2.0, kPi / 2), circle_point(f, 2.0, kPi / 2), 1e-12);
     EXPECT_NEAR(total_turn(c, f, +1), 2 * kPi, 1e-9);
 
     EXPECT_EQ(c.Create_From_Arc(f.c, 2.0, f.n, f.n, 0.0, 1.0), st::bad_input);  // xdir along n
@@ -286,9 +292,7 @@ TEST(CreateFromEllipse, FullTurnOnTheEllipse)
     const Frame f;
     CNurbs c;
     ASSERT_EQ(c.CreateFromEllipse(V_ELLIPSE{f.c, f.e1, f.e2, 5.0, 2.0}), st::ok);
-    EXPECT_EQ(c.form, 3);
-    EXPECT_EQ(c.closed, 1);
-    EXPECT_EQ(c.n_cpts, 9);
+    expect_conic(c, 3, 9, 1);
     sample(c, [&](double, const V_POINT& p) {
         const V_VECTOR d = vsub(p, f.c);
         const double x = vdot(d, f.e1) / 5.0, y = vdot(d, f.e2) / 2.0;
@@ -296,7 +300,7 @@ TEST(CreateFromEllipse, FullTurnOnTheEllipse)
         EXPECT_NEAR(vdot(d, f.n), 0.0, 5e-12);
     });
     EXPECT_NEAR(total_turn(c, f, +1), 2 * kPi, 1e-9);
-    EXPECT_LE(dist(eval(c, first_knot(c)), at(f.c, f.e1, 5.0, f.e2, 0.0)), 1e-12);
+    expect_ends(c, at(f.c, f.e1, 5.0, f.e2, 0.0), at(f.c, f.e1, 5.0, f.e2, 0.0), 1e-12);
 
     EXPECT_EQ(c.CreateFromEllipse(V_ELLIPSE{f.c, f.e1, f.e2, 0.0, 2.0}), st::bad_input);
     EXPECT_EQ(c.CreateFromEllipse(V_ELLIPSE{f.c, f.e1, f.e1, 5.0, 2.0}), st::bad_input);
@@ -327,8 +331,7 @@ TEST(CreateFromEllipticalArc, PolarAngleEnds_PiecesAndMonotonicSweep)
         const V_ELLIPTICALARC arc{el, polar(t0), polar(t1)};
         CNurbs c;
         ASSERT_EQ(c.CreateFromEllipticalArc(arc), st::ok) << cs.t1;
-        EXPECT_EQ(c.form, 3);
-        EXPECT_EQ(c.n_cpts, 2 * cs.k + 1) << cs.t0 << " " << cs.t1;
+        expect_conic(c, 3, 2 * cs.k + 1, cs.t1 == cs.t0 ? 1 : 0);
         sample(c, [&](double, const V_POINT& p) {
             const V_VECTOR d = vsub(p, f.c);
             const double x = vdot(d, f.e1) / a, y = vdot(d, f.e2) / b;
@@ -336,12 +339,14 @@ TEST(CreateFromEllipticalArc, PolarAngleEnds_PiecesAndMonotonicSweep)
         });
         const double sweep = cs.t1 == cs.t0 ? 360 * kDeg : t1 - t0;
         EXPECT_NEAR(total_turn(c, f, +1), sweep, 1e-9);
-        EXPECT_LE(dist(eval(c, first_knot(c)), arc.start), 1e-12 * a);
-        EXPECT_LE(dist(eval(c, last_knot(c)), arc.end), 1e-12 * a);
+        expect_ends(c, arc.start, arc.end, 1e-12 * a);
     }
     CNurbs c;
     EXPECT_EQ(c.CreateFromEllipticalArc({el, at(f.c, f.e1, 4.0, f.e2, 0.0), polar(1.0)}),
               st::bad_input);
+    V_POINT lifted = polar(1.0);  // right polar place, but 1e-4 off the plane
+    lifted.x += 1e-4 * f.n.x, lifted.y += 1e-4 * f.n.y, lifted.z += 1e-4 * f.n.z;
+    EXPECT_EQ(c.CreateFromEllipticalArc({el, polar(0.2), lifted}), st::bad_input);
 }
 
 // --- parabola and hyperbola ---
@@ -357,7 +362,7 @@ TEST(CreateParabola, SamplesOnYEqualsXSquared)
                                at(f.c, f.e1, 0.5 * (x0 + x1), f.e2, x0 * x1),
                                at(f.c, f.e1, x1, f.e2, x1 * x1)),
               st::ok);
-    EXPECT_EQ(c.form, 2);
+    expect_conic(c, 2, 3, 0);
     double prev_x = -HUGE_VAL;
     sample(c, [&](double, const V_POINT& p) {
         const V_VECTOR d = vsub(p, f.c);
@@ -379,8 +384,7 @@ TEST(CreateHyperbola, SamplesOnTheBranchInPieces)
     const double a = 2.0, b = 1.0, t0 = -1.5, t1 = 3.5;
     CNurbs c;
     ASSERT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, a, b, t0, t1), st::ok);
-    EXPECT_EQ(c.form, 4);
-    EXPECT_EQ(c.n_cpts, 7);  // a range of 5 in t: three pieces of at most 2
+    expect_conic(c, 4, 7, 0);  // a range of 5 in t: three pieces of at most 2
     double prev_y = -HUGE_VAL;
     sample(c, [&](double, const V_POINT& p) {
         const V_VECTOR d = vsub(p, f.c);
@@ -390,9 +394,9 @@ TEST(CreateHyperbola, SamplesOnTheBranchInPieces)
         EXPECT_GT(y, prev_y);
         prev_y = y;
     });
-    const double sc = std::cosh(t0), ss = std::sinh(t0), ec = std::cosh(t1), es = std::sinh(t1);
-    EXPECT_LE(dist(eval(c, first_knot(c)), at(f.c, f.e1, a * sc, f.e2, b * ss)), 1e-12 * a * ec);
-    EXPECT_LE(dist(eval(c, last_knot(c)), at(f.c, f.e1, a * ec, f.e2, b * es)), 1e-12 * a * ec);
+    expect_ends(c, at(f.c, f.e1, a * std::cosh(t0), f.e2, b * std::sinh(t0)),
+                at(f.c, f.e1, a * std::cosh(t1), f.e2, b * std::sinh(t1)),
+                1e-12 * a * std::cosh(t1));
     EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, a, b, 1.0, 1.0), st::bad_input);
     EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, a, b, 0.0, 60.0), st::bad_input);
     EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, -a, b, 0.0, 1.0), st::bad_input);
@@ -624,6 +628,7 @@ TEST(CreateAllocationFailure, EveryStep_115CurveUnchangedNothingLeaks)
     };
     for (size_t i = 0; i < creators.size(); ++i) {
         bool done = false;
+        int failures = 0;
         for (long n = 0; n < 64 && !done; ++n) {
             CNurbs c = segment_curve();
             const auto before = snapshot(c);
@@ -635,10 +640,12 @@ TEST(CreateAllocationFailure, EveryStep_115CurveUnchangedNothingLeaks)
                 done = true;
                 continue;
             }
+            ++failures;
             EXPECT_EQ(rc, st::no_memory) << "creator " << i << " after " << n;
             EXPECT_EQ(snapshot(c), before) << "creator " << i;
             EXPECT_EQ(v_memptr_live_count(), live) << "creator " << i;
         }
         EXPECT_TRUE(done) << "creator " << i;
+        EXPECT_GT(failures, 0) << "creator " << i;  // every creator allocates
     }
 }
