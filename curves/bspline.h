@@ -178,8 +178,9 @@ KESTRA_API short find_common_knots_vector(int n_vectors, List<double>* values, L
 KESTRA_API short equalise_order(unsigned long n, CNurbs* curves);
 // Gives curves[0..n-1] (same order) one knot vector: each range is mapped onto the first
 // curve's range, then each curve is refined (Oslo) to the common vector of
-// find_common_knots_vector. 0 ok; 110 null curves, unusable curve or differing orders;
-// 115 no memory.
+// find_common_knots_vector. 0 ok; 110 null curves, unusable curve or differing orders
+// (nothing changed); 115 no memory (curves before the failing one are already refined,
+// the failing one is unchanged).
 KESTRA_API short equalise_knots_vectors(unsigned long n, CNurbs* curves);
 // equalise_order followed by equalise_knots_vectors.
 KESTRA_API short equalise(unsigned long n, CNurbs* curves);

@@ -254,9 +254,33 @@ short raise_curve(CNurbs& c, int order)
     return store_curve(c, order, n_out, U_out.p, P_out.p);
 }
 
-// Refines a usable curve whose knots are (after snapping) contained in the common vector
-// (cv, cm) with the Oslo coefficients. 110 unusable data, 115 no memory.
-short refine_curve(CNurbs& c, const List<double>& cv, const List<int>& cm)
+// Knot u of the range [f, l] mapped affinely onto [a, b], the ends exactly; identity
+// when the ranges agree within the knot tolerance (as change_knots_vector_range).
+double map_knot(double u, double f, double l, double a, double b)
+{
+    if (std::fabs(a - f) < knot_tol() && std::fabs(b - l) < knot_tol()) return u;
+    if (u == f) return a;  // exact: the ends are stored exactly
+    if (u == l) return b;
+    return (u - f) * ((b - a) / (l - f)) + a;
+}
+
+// The distinct knots of a usable curve mapped onto [a, b] into out (cleared first).
+// 115 no memory.
+short mapped_knots(const CNurbs& c, double a, double b, List<double>& out)
+{
+    out.Clear();
+    const double f = (*c.knots)[1];
+    const double l = (*c.knots)[uint32_t(c.n_knots)];
+    for (int k = 1; k <= c.n_knots; ++k) {
+        if (!out.Append(map_knot((*c.knots)[uint32_t(k)], f, l, a, b))) return st::no_memory;
+    }
+    return st::ok;
+}
+
+// Refines a usable curve, its range mapped onto [a, b], to the common vector (cv, cm) that
+// contains its knots up to the tolerance, with the Oslo coefficients. The curve is
+// unchanged on failure. 110 unusable data, 115 no memory.
+short refine_curve(CNurbs& c, double a, double b, const List<double>& cv, const List<int>& cm)
 {
     if (!usable_curve(c, nullptr)) return st::bad_input;
     const int order = c.order;
@@ -264,6 +288,9 @@ short refine_curve(CNurbs& c, const List<double>& cv, const List<int>& cm)
     Scratch t{size_t(nt) + 1};
     if (!t.p) return st::no_memory;
     if (!usable_curve(c, t.p + 1)) return st::bad_input;
+    const double f = (*c.knots)[1];
+    const double l = (*c.knots)[uint32_t(c.n_knots)];
+    for (int k = 1; k <= nt; ++k) t.p[k] = map_knot(t.p[k], f, l, a, b);
     // Snap each old knot to its common counterpart so that the refinement is exact.
     const int nc = int(cv.Count());
     for (int k = 1, q = 1; k <= nt; ++k) {
@@ -779,9 +806,9 @@ short find_common_knots_vector(int n_vectors, List<double>* values, List<int>* m
         compare_knots_vector_range(values[0], int(values[0].Count()), values[k], n, &same);
         if (!same) return st::bad_index;
     }
-    List<double> cv(values[0]);
-    List<int> cm(mults[0]);
-    for (int k = 1; k < n_vectors; ++k) {
+    List<double> cv;
+    List<int> cm;
+    for (int k = 0; k < n_vectors; ++k) {
         const short rc = merge_knots(cv, cm, values[k], mults[k], int(values[k].Count()));
         if (rc != st::ok) return rc;
     }
@@ -820,21 +847,17 @@ short equalise_knots_vectors(unsigned long n, CNurbs* curves)
     const double a = (*curves[0].knots)[1];
     const double b = (*curves[0].knots)[uint32_t(curves[0].n_knots)];
     // The common vector of all curves, each mapped onto the first curve's range.
-    List<double> cv(*curves[0].knots);
-    List<int> cm(*curves[0].mults);
-    for (unsigned long k = 1; k < n; ++k) {
-        List<double> v(*curves[k].knots);
-        const short rc = change_knots_vector_range(&v, curves[k].n_knots, a, b);
-        if (rc != st::ok && rc != st::no_change) return st::bad_input;
+    List<double> cv;
+    List<int> cm;
+    List<double> v;
+    for (unsigned long k = 0; k < n; ++k) {
+        if (mapped_knots(curves[k], a, b, v) != st::ok) return st::no_memory;
         const short mc = merge_knots(cv, cm, v, *curves[k].mults, curves[k].n_knots);
         if (mc != st::ok) return mc;
     }
     for (unsigned long k = 0; k < n; ++k) {
-        CNurbs& c = curves[k];
-        const short rc = change_knots_vector_range(c.knots, c.n_knots, a, b);
-        if (rc != st::ok && rc != st::no_change) return st::bad_input;
-        const short fc = refine_curve(c, cv, cm);
-        if (fc != st::ok) return fc;
+        const short rc = refine_curve(curves[k], a, b, cv, cm);
+        if (rc != st::ok) return rc;
     }
     return st::ok;
 }

@@ -791,3 +791,54 @@ TEST_F(KnotDeathTest, VertexList_ContractViolationsStop)
     ASSERT_EQ(flat.Append_Vertex(v), st::ok);
     EXPECT_DEATH(flat.Append_Vertex(v), msg);  // beyond the store
 }
+
+TEST_F(KnotTest, Equalise_AllocationFailuresLeaveConsistentCurvesAndNoLeak)
+{
+    // Every allocation in turn fails: each run either succeeds or reports 115, and every
+    // curve is always a consistent curve of the original shape.
+    int failures = 0;
+    for (long fail = 0; fail < 200; ++fail) {
+        const long live = v_memptr_live_count();
+        short rc = 0;
+        {
+            CNurbs c[2];
+            make_curve(c[0], 2, {0, 0.5, 1}, {2, 1, 2}, {0, 0, 0, 1, 2, 0, 2, 0, 1}, 3);
+            make_curve(c[1], 3, {0, 0.25, 1}, {3, 1, 3}, {0, 1, 0, 1, 1, 0, 2, 3, 0, 3, 3, 1}, 3);
+            CNurbs before[2] = {c[0], c[1]};
+            v_memptr_fail_after(fail);
+            rc = equalise(2ul, c);
+            v_memptr_fail_after(-1);
+            ASSERT_TRUE(rc == st::ok || rc == st::no_memory) << rc;
+            for (int k = 0; k < 2; ++k) {
+                int sum = 0;
+                for (int m : items(*c[k].mults)) sum += m;
+                ASSERT_EQ(sum, c[k].n_cpts + c[k].order);
+                ASSERT_EQ(int(c[k].cpts->Count()), c[k].n_cpts * c[k].vpp);
+                for (int s = 0; s <= 50; ++s) {
+                    const std::vector<double> a = curve_point(before[k], s / 50.0);
+                    const std::vector<double> b = curve_point(c[k], s / 50.0);
+                    for (int i = 0; i < 3; ++i) ASSERT_NEAR(a[i], b[i], 1e-12);
+                }
+            }
+        }
+        EXPECT_EQ(v_memptr_live_count(), live);
+        if (rc == st::ok) break;
+        ++failures;
+    }
+    EXPECT_GT(failures, 10);  // the injection reached deep into the work
+}
+
+TEST_F(KnotTest, NormaliseCurveList_SkipsNothingAndStopsOnHoles)
+{
+    List<CNurbs> curves;
+    CNurbs a;
+    make_curve(a, 2, {-1, 3}, {2, 2}, {0, 0, 0, 1, 1, 1}, 3);
+    curves.Put(1, a);
+    curves.Put(3, a);
+    EXPECT_EQ(normalise(&curves), st::bad_input);  // slot 2 is a hole
+    EXPECT_EQ(items(*curves[1].knots), (std::vector<double>{0, 1}));
+    EXPECT_EQ(items(*curves[3].knots), (std::vector<double>{-1, 3}));
+    curves.Put(2, a);
+    EXPECT_EQ(normalise(&curves), st::ok);
+    EXPECT_EQ(items(*curves[2].knots), (std::vector<double>{0, 1}));
+}
