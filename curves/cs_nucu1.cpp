@@ -15,6 +15,8 @@ using kestra::detail::tracked_new;
 
 // Orders up to this evaluate with stack buffers only; higher orders take one tracked block.
 constexpr int kStackOrder = 21;
+// Largest vpp whose results fit the fixed output of eval_curve.
+constexpr int kMaxEvalVpp = 16;
 
 // Basis and knot-window buffers of one evaluation: N, N1, N2 (1-based, order + 1 each) and
 // a 1-based window of 2 * order knots.
@@ -125,14 +127,67 @@ short span_from_multiplicities(const CNurbs& c, double t, int* span, double* W)
     return st::ok;
 }
 
+// Linear span of t in the caller's 1-based knots T[1 .. n + p] (n points, order p), the
+// same as find_span_linear: T[span] <= t < T[span + 1], span in p..n. The search starts at
+// the span that t would fall in if the knots were uniform over the range, gallops from
+// there and halves the bracket: O(1) for uniform knots, O(log distance) otherwise. The end
+// parameter, values outside the range and NaN go to find_span_linear.
+inline int find_span_hinted(int n, int p, const double* T, double t)
+{
+    const double a = T[p], b = T[n + 1];
+    if (!(t >= a && t < b)) return kestra::detail::find_span_linear(n, p, T, t);
+    int g = p + static_cast<int>((t - a) / (b - a) * (n + 1 - p));
+    if (g > n) g = n;
+    if (g < p) g = p;
+    int lo, hi;  // T[lo] <= t < T[hi]
+    if (T[g] <= t) {
+        if (t < T[g + 1]) return g;
+        lo = g + 1;
+        int step = 1;
+        hi = lo + 1;
+        while (hi <= n && T[hi] <= t) {
+            lo = hi;
+            step *= 2;
+            hi = lo + step;
+        }
+        if (hi > n + 1) hi = n + 1;  // T[n + 1] = b > t
+    } else {
+        hi = g;
+        int step = 1;
+        lo = hi - 1;
+        while (lo > p && T[lo] > t) {
+            hi = lo;
+            step *= 2;
+            lo = hi - step;
+        }
+        if (lo < p) lo = p;  // T[p] = a <= t
+    }
+    while (hi - lo > 1) {
+        const int mid = (lo + hi) >> 1;
+        if (T[mid] <= t)
+            lo = mid;
+        else
+            hi = mid;
+    }
+    return lo;
+}
+
 // Homogeneous sums A[c] = sum_k B[k] * Pw[first + k - 1][c], k = 1..order.
 template <int V> inline void sum_fixed(const double* P, const double* B, int order, double* A)
 {
-    double a[V] = {};
-    for (int k = 1; k <= order; ++k, P += V) {
+    // Two interleaved sums shorten the chain of dependent additions.
+    double a[V] = {}, b[V] = {};
+    int k = 1;
+    for (; k + 1 <= order; k += 2, P += 2 * V) {
+        for (int c = 0; c < V; ++c) {
+            a[c] += B[k] * P[c];
+            b[c] += B[k + 1] * P[V + c];
+        }
+    }
+    if (k == order) {
         for (int c = 0; c < V; ++c) a[c] += B[k] * P[c];
     }
-    for (int c = 0; c < V; ++c) A[c] = a[c];
+    for (int c = 0; c < V; ++c) A[c] = a[c] + b[c];
 }
 
 inline void sum_points(const double* P, int vpp, const double* B, int order, double* A)
@@ -144,9 +199,6 @@ inline void sum_points(const double* P, int vpp, const double* B, int order, dou
         for (int c = 0; c < vpp; ++c) A[c] += B[k] * P[c];
     }
 }
-
-// Largest vpp whose results fit the fixed output of eval_curve.
-constexpr int kMaxEvalVpp = 16;
 
 // Point and nder derivatives (0..2) of c at t, Cartesian: out[d * dim + c] for derivative
 // d and coordinate c, dim = vpp - rational. Codes as CNurbs::Eval.
@@ -164,7 +216,7 @@ short eval_curve(const CNurbs& c, double t, List<double>* linear, int nder, doub
     if (linear) {
         if (linear->Count() != static_cast<uint32_t>(c.n_cpts + p)) return st::bad_input;
         T = linear->items - 1;  // 1-based view of the caller's linear knots
-        span = kestra::detail::find_span_linear(c.n_cpts, p, T, t);
+        span = find_span_hinted(c.n_cpts, p, T, t);
         if (span == 0) return st::bad_index;
         basis_span = span;
     } else {

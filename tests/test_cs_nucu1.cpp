@@ -243,6 +243,38 @@ TEST(Eval, RandomCurves_MatchDeBoor)
     }
 }
 
+TEST(Eval, UnevenKnots_CachedSearchAgreesWithTheMultiplicityForm)
+{
+    // Knots crowded at one end (t^3 spacing) with repeats: the span search over the caller's
+    // list must land where the search over the multiplicity form lands.
+    Ref r;
+    r.order = 3;
+    r.vpp = 3;
+    r.T = {0, 0, 0};
+    for (int i = 1; i < 300; ++i) {
+        const double k = std::pow(i / 300.0, 3);
+        r.T.push_back(k);
+        if (i % 37 == 0) r.T.push_back(k);
+    }
+    r.T.insert(r.T.end(), {1, 1, 1});
+    const int n = static_cast<int>(r.T.size()) - 3;
+    for (int i = 0; i < 3 * n; ++i) r.Pw.push_back(std::sin(0.7 * i));
+    CNurbs c = build(r);
+    List<double> lin = linear_list(r);
+    std::mt19937 rng(4);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (int i = 0; i < 3000; ++i) {
+        const double t = i < 300 ? r.T[i] : u(rng);  // knots themselves, then anywhere
+        V_POINT a{}, b{};
+        ASSERT_EQ(c.Eval(t, &lin, &a), st::ok);
+        ASSERT_EQ(c.Eval(t, nullptr, &b), st::ok);
+        ASSERT_EQ(a.x, b.x) << t;
+        ASSERT_EQ(a.y, b.y) << t;
+        const std::vector<double> e = de_boor(r, t);
+        ASSERT_NEAR(a.z, e[2], 1e-12) << t;
+    }
+}
+
 TEST(Eval, DerivativesMatchCentralDifferences)
 {
     std::mt19937 rng(7);
