@@ -127,7 +127,7 @@ public:
     short Find_Span(double t, int* span) const;
     // First distinct knot within the knot tolerance of t: found 1 and its index in pos,
     // else found 0. 0 ok (a missing knot list finds nothing); 110 an unset slot or a null
-    // argument.
+    // argument; 111 t not finite.
     short Find_Knot_Position(double t, short* found, int* pos) const;
     // Point at t. linear: the curve's linear knot vector (Get_Linear_Knots_Vector) or null.
     // 0 ok; 110 not a usable 3-D curve, linear knots of the wrong count, rational weight sum

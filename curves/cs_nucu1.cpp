@@ -611,6 +611,7 @@ short CNurbs::Find_Knot_Position(double t, short* found, int* pos) const
 {
     if (!found || !pos) return st::bad_input;
     *found = 0;
+    if (!std::isfinite(t)) return st::bad_index;
     if (!knots) return st::ok;
     const int n = knots->Count() < static_cast<uint32_t>(n_knots) ? static_cast<int>(knots->Count())
                                                                   : n_knots;

@@ -209,6 +209,7 @@ TEST(FindKnotPosition, WithinTheKnotTolerance)
     EXPECT_EQ(pos, 3);
     EXPECT_EQ(c.Find_Knot_Position(2.5, &found, &pos), st::ok);
     EXPECT_EQ(found, 0);
+    EXPECT_EQ(c.Find_Knot_Position(std::nan(""), &found, &pos), st::bad_index);
 }
 
 // --- evaluation ---
