@@ -319,15 +319,19 @@ void CNurbs::DebugOutput(const char* title) const
 // One line per control point: Cartesian values (homogeneous ones divided by the weight,
 // unless the weight is exactly 0), then the weight of a rational curve. A curve of dimension
 // 2 prints U and V, any other X, Y and Z (missing coordinates as 0). A point whose values
-// are not all present prints "P<i> Undefined".
+// are not all set prints "P<i> Undefined"; the lines end with the values the list holds, so
+// a corrupt count cannot run the dump on.
 void CNurbs::DebugOutputVertices(const char* title) const
 {
     start_line(title);
     const int dim = vpp - (rational ? 1 : 0);
+    const uint64_t held = cpts ? cpts->Count() : 0;
     for (int32_t i = 1; i <= n_cpts && vpp >= 1; ++i) {
-        const uint32_t base = static_cast<uint32_t>(i - 1) * static_cast<uint32_t>(vpp);
-        bool present = cpts != nullptr && dim >= 1;
-        for (int32_t c = 1; present && c <= vpp; ++c) present = cpts->IsSet(base + c);
+        const uint64_t base = static_cast<uint64_t>(i - 1) * static_cast<uint64_t>(vpp);
+        if (base >= held) break;  // the dump stops where the held values stop
+        bool present = dim >= 1 && base + static_cast<uint64_t>(vpp) <= held;
+        for (int32_t c = 1; present && c <= vpp; ++c)
+            present = cpts->IsSet(static_cast<uint32_t>(base) + c);
         if (!present) {
             debug_printf("P%ld Undefined\n", static_cast<long>(i));
             continue;
@@ -354,12 +358,17 @@ void CNurbs::DebugOutputVertices(const char* title) const
     debug_printf("=======\n");
 }
 
-// A knot whose value or multiplicity slot is unset (or missing) prints as undefined.
+// A knot whose value or multiplicity slot is unset prints as undefined; the lines end with
+// the longer of the two lists.
 void CNurbs::DebugOutputKnots(const char* title) const
 {
     start_line(title);
+    const uint32_t held_k = knots ? knots->Count() : 0;
+    const uint32_t held_m = mults ? mults->Count() : 0;
+    const uint32_t held = held_k > held_m ? held_k : held_m;
     for (int32_t i = 1; i <= n_knots; ++i) {
         const uint32_t k = static_cast<uint32_t>(i);
+        if (k > held) break;  // the dump stops where the held knots stop
         if (knots && mults && knots->IsSet(k) && mults->IsSet(k))
             debug_printf("KNOT %ld  Multiplicity %ld = %.*f\n", static_cast<long>(i),
                          static_cast<long>(mults->items[k - 1]), 12, knots->items[k - 1]);

@@ -251,6 +251,16 @@ TEST(DebugOutput, ParametricCurvesFormsAndUnsetKnots)
     EXPECT_EQ(cap.lines(), want);
 }
 
+TEST(DebugOutput, CorruptCounts_StopWithTheHeldData)
+{
+    CNurbs c = quarter();
+    c.n_cpts = 2000000000;
+    c.n_knots = 2000000000;
+    Capture cap;
+    c.DebugOutput(nullptr);
+    EXPECT_EQ(cap.lines().size(), 12u);  // the same lines as the three points, two knots
+}
+
 // --- binary record ---
 
 TEST(Record, BytesFollowTheFieldOffsets)
