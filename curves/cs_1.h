@@ -131,7 +131,9 @@ public:
     short Find_Knot_Position(double t, short* found, int* pos) const;
     // Point at t. linear: the curve's linear knot vector (Get_Linear_Knots_Vector) or null.
     // 0 ok; 110 not a usable 3-D curve, linear knots of the wrong count, rational weight sum
-    // below tavo_min_weight; 111 t outside the range or not finite.
+    // below tavo_min_weight; 111 t outside [linear knot order, linear knot n_cpts + 1] or not
+    // finite; 115 no scratch memory (orders above 21 only). With linear given the cost does
+    // not grow with the number of knots; without it one pass over the knots is made.
     short Eval(double t, List<double>* linear, V_POINT* p) const;
     // Point and first derivative. Codes as above.
     short Eval(double t, List<double>* linear, V_POINT* p, V_VECTOR* d1) const;
@@ -155,8 +157,9 @@ public:
     // with the header). 0 ok; 110 short read or list failure; 111 null stream. The curve is
     // unchanged on failure.
     short fread_bin(FILE* f);
-    // Same from a memory cursor, advanced by the record's length on success. The caller
-    // guarantees the bytes are there (no length checks).
+    // Same from a memory cursor, advanced by the record's length on success (unchanged on
+    // failure; 110 for a null cursor). The caller guarantees the bytes are there (no length
+    // checks).
     short fread_bin(unsigned char*& cursor);
     // Same from a memory cursor with len readable bytes; 110 when the record runs past them.
     short fread_bin(unsigned char*& cursor, size_t len);
