@@ -47,6 +47,7 @@ template <class T> void tracked_delete(T* p)
 // keeps them in registers across a run of appends.
 enum class SlotFlag : uint8_t { empty = 0, occupied = 1 };
 
+// Writes f as the flag of the 0-based slot i.
 inline void mark(uint8_t* set, uint32_t i, SlotFlag f)
 {
     reinterpret_cast<SlotFlag*>(set)[i] = f;
