@@ -75,10 +75,32 @@ bool cpts_usable(const CNurbs& c)
     return len <= c.cpts->Count();
 }
 
+// Sum of M[from .. to-1]; *bad gets a non-zero bit when one lies outside
+// 1..kestra_max_multiplicity. Branch-free, in blocks summed in 32 bits (exact for valid
+// values: 65536 * 4096 < 2^32), so the pass runs at vector speed.
+int64_t sum_multiplicities(const int* M, int from, int to, int* bad)
+{
+    int64_t total = 0;
+    int flag = 0;
+    for (int b = from; b < to; b += 65536) {
+        const int end = to - b > 65536 ? b + 65536 : to;
+        uint32_t acc = 0;
+        for (int d = b; d < end; ++d) {
+            flag |= (M[d] < 1) | (M[d] > kestra_max_multiplicity);
+            acc += static_cast<uint32_t>(M[d]);
+        }
+        total += acc;
+    }
+    *bad |= flag;
+    return total;
+}
+
 // Linear span and knot window from the multiplicity form, without building the linear
 // vector: the span rule of find_span_linear (t in [T[order], T[n_cpts + 1]], the end
 // parameter in the last span of non-zero length). W[1 .. 2*order] receives
-// T[span - order + 1 .. span + order]. 0 ok; 110 unusable knots; 111 t outside the range.
+// T[span - order + 1 .. span + order]. One pass checks the multiplicities; the rest reads
+// only the ends and the neighbourhood of the span. 0 ok; 110 unusable knots; 111 t outside
+// the range.
 short span_from_multiplicities(const CNurbs& c, double t, int* span, double* W)
 {
     if (!knot_lists_usable(c)) return st::bad_input;
@@ -87,41 +109,53 @@ short span_from_multiplicities(const CNurbs& c, double t, int* span, double* W)
     const int nk = c.n_knots;
     const int p = c.order;
     const int64_t n = c.n_cpts;
-    // One pass: validate the multiplicities, find T[p], T[n+1] and the first copy of the
-    // distinct knot holding linear knot n + 1.
-    int64_t cum = 0;
-    double Tp = 0.0, Tn1 = 0.0;
-    int64_t first_end = 0;
-    for (int d = 0; d < nk; ++d) {
-        if (M[d] < 1 || M[d] > kestra_max_multiplicity) return st::bad_input;
-        const int64_t lo = cum + 1, hi = cum + M[d];
-        if (lo <= p && p <= hi) Tp = K[d];
-        if (lo <= n + 1 && n + 1 <= hi) {
-            Tn1 = K[d];
-            first_end = lo;
-        }
-        cum = hi;
+    if (!(t >= K[0] && t <= K[nk - 1])) return st::bad_index;  // outside or NaN
+    // j0: the last distinct knot <= t.
+    int j0 = 0, hi = nk - 1;
+    if (t >= K[hi]) j0 = hi;
+    while (hi - j0 > 1) {  // K[j0] <= t < K[hi]
+        const int mid = (j0 + hi) / 2;
+        if (K[mid] <= t)
+            j0 = mid;
+        else
+            hi = mid;
     }
-    if (cum != n + p) return st::bad_input;
-    if (!(t >= Tp && t <= Tn1)) return st::bad_index;  // outside or NaN
-    int64_t s;
-    if (t >= Tn1) {
-        s = first_end - 1;  // the end parameter: last span of non-zero length
-    } else {
-        // Last copy of the distinct knot K[d] <= t < K[d+1].
-        s = 0;
-        for (int d = 0; d < nk && K[d] <= t; ++d) s += M[d];
-    }
-    if (s < p || s > n) return st::bad_index;
-    // Window: walk from linear knot s - p + 1.
-    const int64_t a = s - p + 1;
+    // One pass checks the multiplicities, sums those up to j0 (the span) and all of them.
+    int bad = 0;
+    const int64_t before = sum_multiplicities(M, 0, j0 + 1, &bad);
+    const int64_t total = before + sum_multiplicities(M, j0 + 1, nk, &bad);
+    if (bad || total != n + p) return st::bad_input;
+    // T[p] from the front; T[n + 1] and the first copy of its knot (K[e]) from the back.
     int d = 0;
-    cum = 0;
-    while (cum + M[d] < a) cum += M[d++];
-    int64_t left = cum + M[d] - a + 1;  // copies of K[d] from position a on
-    for (int k = 1; k <= 2 * p; ++k) {
-        W[k] = K[d];
-        if (--left == 0 && d + 1 < nk) left = M[++d];
+    for (int64_t cum = M[0]; cum < p; cum += M[++d]) {}
+    const double Tp = K[d];
+    int e = nk - 1;
+    int64_t tail = M[e];
+    while (total - tail + 1 > n + 1) tail += M[--e];
+    const double Tn1 = K[e];
+    if (!(t >= Tp && t <= Tn1)) return st::bad_index;
+    int j;      // distinct knot (0-based) whose last copy is the span
+    int64_t s;  // the span
+    if (t >= Tn1) {
+        j = e - 1;  // the end parameter: last span of non-zero length
+        s = total - tail;
+    } else {
+        j = j0;
+        s = before;
+    }
+    if (j < 0 || s < p || s > n) return st::bad_index;
+    // W[p] = T[s] = K[j] downwards, W[p + 1] = T[s + 1] = K[j + 1] upwards.
+    int dk = j;
+    int left = M[dk];
+    for (int k = p; k >= 1; --k) {
+        W[k] = K[dk];
+        if (--left == 0 && dk > 0) left = M[--dk];
+    }
+    dk = j + 1;
+    left = M[dk];
+    for (int k = p + 1; k <= 2 * p; ++k) {
+        W[k] = K[dk];
+        if (--left == 0 && dk + 1 < nk) left = M[++dk];
     }
     *span = static_cast<int>(s);
     return st::ok;
