@@ -393,6 +393,25 @@ TEST(RemoveKnot, NeededKnot_StaysUnlessToleranceAllows)
     EXPECT_EQ(c.n_knots, 3);
 }
 
+TEST(RemoveKnot, ToleranceIsASquaredDistance)
+{
+    // Polyline (0,0,0) (1,0.5,0) (2,0,0) with the knot 0.5: without it the middle point
+    // would be the midpoint (1,0,0), at distance 0.5, squared 0.25.
+    Ref r;
+    r.order = 2;
+    r.vpp = 3;
+    r.T = {0, 0, 0.5, 1, 1};
+    r.Pw = {0, 0, 0, 1, 0.5, 0, 2, 0, 0};
+    CNurbs c = build(r);
+    int removed = -1;
+    EXPECT_EQ(c.RemoveKnot(0.5, 1, &removed, 0.2), st::bad_input);
+    ASSERT_EQ(c.RemoveKnot(0.5, 1, &removed, 0.3), st::ok);  // 0.25 <= 0.3 although 0.5 > 0.3
+    EXPECT_EQ(removed, 1);
+    ASSERT_EQ(c.n_cpts, 2);
+    EXPECT_EQ(c.cpts->items[3], 2.0);
+    EXPECT_EQ(c.cpts->items[4], 0.0);
+}
+
 TEST(RemoveKnot, Guards_WeightsMagnitudeRangeAndKnots)
 {
     // Weights of 5e-10 lie below 100 times the minimum weight: never removable.
