@@ -39,7 +39,10 @@ public:
         N2 = heap + 2 * per;
         W = heap + 3 * per;
     }
-    ~EvalScratch() { v_memptr_free(heap); }
+    ~EvalScratch()
+    {
+        if (heap) v_memptr_free(heap);
+    }
     EvalScratch(const EvalScratch&) = delete;
     EvalScratch& operator=(const EvalScratch&) = delete;
     bool ok() const { return N != nullptr; }
@@ -276,20 +279,29 @@ short eval_curve(const CNurbs& c, double t, List<double>* linear, int nder, doub
     const int dim = c.rational ? V - 1 : V;
     if (!c.rational) {
         for (int d = 0; d <= nder; ++d) {
-            for (int k = 0; k < dim; ++k) out[d * dim + k] = A[d][k];
+            double* o = out + d * dim;
+            if (dim == 3) {  // element by element: a block copy costs more than the sums
+                o[0] = A[d][0];
+                o[1] = A[d][1];
+                o[2] = A[d][2];
+            } else {
+                for (int k = 0; k < dim; ++k) o[k] = A[d][k];
+            }
         }
         return st::ok;
     }
-    // C = A / w;  C' = (A' - w' C) / w;  C'' = (A'' - 2 w' C' - w'' C) / w.
+    // C = A / w;  C' = (A' - w' C) / w;  C'' = (A'' - 2 w' C' - w'' C) / w  (one division).
     const double w = A[0][dim];
     if (w < tavo_min_weight) return st::bad_input;
+    const double inv = 1.0 / w;
     for (int k = 0; k < dim; ++k) {
-        const double C = A[0][k] / w;
+        const double C = A[0][k] * inv;
         out[k] = C;
         if (nder >= 1) {
-            const double C1 = (A[1][k] - A[1][dim] * C) / w;
+            const double C1 = (A[1][k] - A[1][dim] * C) * inv;
             out[dim + k] = C1;
-            if (nder >= 2) out[2 * dim + k] = (A[2][k] - 2.0 * A[1][dim] * C1 - A[2][dim] * C) / w;
+            if (nder >= 2)
+                out[2 * dim + k] = (A[2][k] - 2.0 * A[1][dim] * C1 - A[2][dim] * C) * inv;
         }
     }
     return st::ok;
