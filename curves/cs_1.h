@@ -172,8 +172,9 @@ public:
     // The curve is unchanged on failure.
     short InsertKnot(double u, int r);
     // Removes the knot u up to num times while the squared distance of the meeting points
-    // stays <= tol; *removed gets the count. 0 ok; 110 nothing removed or u not a knot;
-    // 111 u outside the range. The curve is unchanged on failure.
+    // stays <= tol; *removed gets the count. 0 ok; 110 nothing removed, u not a knot (within
+    // the knot tolerance) or an end knot, null removed; 111 u outside the range or not
+    // finite. The curve is unchanged on failure.
     short RemoveKnot(double u, int num, int* removed, double tol);
     // Inserts the knots to add, given in multiplicity form (values increasing, within the
     // parameter range; each value is added mult times). Counts and lists change, the flags
