@@ -1,63 +1,23 @@
 #include "foundation/v_elem.h"
 #include "foundation/status.h"
+#include "foundation/v_elem_internal.h"
 #include "platform/utils.h"
 #include <cmath>
 #include <cstring>
 #include <new>
 #include <utility>
 
+using namespace kestra::detail;
+
 namespace {
-
-// Type codes of the element.
-enum Kind : short {
-    kNone = 0,
-    kPoint = 1,
-    kSegment = 2,
-    kLine = 3,
-    kCircle = 4,
-    kArc = 5,
-    kEllipse = 6,
-    kEllipticalArc = 7,
-    kSymbol = 12,
-    kText = 14,
-    kCurve = 19,
-    kPolyline = 20,
-    kPointSet = 26,
-};
-
-bool is_owning(short t)
-{
-    return t == kCurve || t == kPolyline || t == kPointSet;
-}
 
 // Bytes of a plain payload that carry meaning: the record of a known kind, the whole storage
 // for a reserved code (copied as it lies), nothing for the empty element.
 size_t plain_bytes(short t)
 {
-    switch (t) {
-    case kNone:
-        return 0;
-    case kPoint:
-        return sizeof(V_POINT);
-    case kSegment:
-        return sizeof(V_SEGM);
-    case kLine:
-        return sizeof(V_LINE);
-    case kCircle:
-        return sizeof(V_CIRCLE);
-    case kArc:
-        return sizeof(V_ARC);
-    case kEllipse:
-        return sizeof(V_ELLIPSE);
-    case kEllipticalArc:
-        return sizeof(V_ELLIPTICALARC);
-    case kSymbol:
-        return sizeof(V_SYMBOL_INST);
-    case kText:
-        return sizeof(V_TEXT);
-    default:
-        return sizeof(PointSet);  // the size of the shared storage
-    }
+    if (t == kNone) return 0;
+    const size_t n = fixed_record_bytes(t);
+    return n > 0 ? n : sizeof(PointSet);  // the size of the shared storage
 }
 
 // Releases an owning payload of kind t, leaving the member in its empty state.
@@ -134,6 +94,49 @@ void print_text_characters(const char16_t* s)
     utf16_to_utf8(s, big, need + 1);
     debug_printf("#%s#\n", big);
     _v_free(big, "v_elem", __LINE__, "text dump");
+}
+
+// The setters below make e of kind k and store their argument v in the payload member m. The
+// argument is copied (or built, or taken) before the type change, which may release the
+// payload that v lives in.
+
+// A plain record.
+template <class T> void set_plain(V_ELEMENT* e, short k, T V_ELEMENT::*m, const T& v)
+{
+    const T copy = v;
+    e->TypeSet(k);
+    e->*m = copy;
+}
+
+// A deep copy of an owning payload; the copy assignment handles v being e's own payload.
+template <class T> void set_copy(V_ELEMENT* e, short k, T V_ELEMENT::*m, const T& v)
+{
+    if (e->type == k) {
+        e->*m = v;
+        return;
+    }
+    T copy(v);
+    e->TypeSet(k);
+    e->*m = std::move(copy);
+}
+
+// An owning payload taken from v, which is left empty; the list held before is released.
+template <class T> void set_taken(V_ELEMENT* e, short k, T V_ELEMENT::*m, T& v)
+{
+    if (&v == &(e->*m) && e->type == k) return;
+    T taken(std::move(v));
+    e->TypeSet(k);
+    e->*m = std::move(taken);
+}
+
+// An owning payload made by build(T&), whose status is returned.
+template <class T, class Build> short set_built(V_ELEMENT* e, short k, T V_ELEMENT::*m, Build build)
+{
+    T built;
+    const short rc = build(built);
+    e->TypeSet(k);
+    e->*m = std::move(built);
+    return rc;
 }
 
 }  // namespace
@@ -261,9 +264,7 @@ void V_ELEMENT::copy_payload_from(const V_ELEMENT& other)
 
 void V_ELEMENT::SetPoint(const V_POINT& p)
 {
-    const V_POINT v = p;
-    TypeSet(kPoint);
-    point = v;
+    set_plain(this, kPoint, &V_ELEMENT::point, p);
 }
 
 void V_ELEMENT::SetPoint(double x, double y, double z)
@@ -273,9 +274,7 @@ void V_ELEMENT::SetPoint(double x, double y, double z)
 
 void V_ELEMENT::SetSegment(const V_SEGM& s)
 {
-    const V_SEGM v = s;
-    TypeSet(kSegment);
-    segm = v;
+    set_plain(this, kSegment, &V_ELEMENT::segm, s);
 }
 
 void V_ELEMENT::SetSegment(const V_POINT& start, const V_POINT& end)
@@ -290,9 +289,7 @@ void V_ELEMENT::SetSegment(double x1, double y1, double z1, double x2, double y2
 
 void V_ELEMENT::SetLine(const V_LINE& l)
 {
-    const V_LINE v = l;
-    TypeSet(kLine);
-    line = v;
+    set_plain(this, kLine, &V_ELEMENT::line, l);
 }
 
 void V_ELEMENT::SetLine(const V_POINT& p, const V_VECTOR& direction)
@@ -302,9 +299,7 @@ void V_ELEMENT::SetLine(const V_POINT& p, const V_VECTOR& direction)
 
 void V_ELEMENT::SetCircle(const V_CIRCLE& c)
 {
-    const V_CIRCLE v = c;
-    TypeSet(kCircle);
-    circle = v;
+    set_plain(this, kCircle, &V_ELEMENT::circle, c);
 }
 
 void V_ELEMENT::SetCircle(const V_POINT& centre, double radius, const V_VECTOR& normal)
@@ -314,9 +309,7 @@ void V_ELEMENT::SetCircle(const V_POINT& centre, double radius, const V_VECTOR& 
 
 void V_ELEMENT::SetArc(const V_ARC& a)
 {
-    const V_ARC v = a;
-    TypeSet(kArc);
-    arc = v;
+    set_plain(this, kArc, &V_ELEMENT::arc, a);
 }
 
 void V_ELEMENT::SetArc(const V_POINT& centre, double radius, const V_POINT& start,
@@ -327,114 +320,70 @@ void V_ELEMENT::SetArc(const V_POINT& centre, double radius, const V_POINT& star
 
 void V_ELEMENT::SetEllipse(const V_ELLIPSE& e)
 {
-    const V_ELLIPSE v = e;
-    TypeSet(kEllipse);
-    ellipse = v;
+    set_plain(this, kEllipse, &V_ELEMENT::ellipse, e);
 }
 
 void V_ELEMENT::SetEllipticalArc(const V_ELLIPTICALARC& e)
 {
-    const V_ELLIPTICALARC v = e;
-    TypeSet(kEllipticalArc);
-    elarc = v;
+    set_plain(this, kEllipticalArc, &V_ELEMENT::elarc, e);
 }
 
 void V_ELEMENT::SetSymbolInstance(const V_SYMBOL_INST& s)
 {
-    const V_SYMBOL_INST v = s;
-    TypeSet(kSymbol);
-    symbol = v;
+    set_plain(this, kSymbol, &V_ELEMENT::symbol, s);
 }
 
 void V_ELEMENT::SetText(const V_TEXT& t)
 {
-    const V_TEXT v = t;
-    TypeSet(kText);
-    text = v;
+    set_plain(this, kText, &V_ELEMENT::text, t);
 }
 
 void V_ELEMENT::SetCurve(const CNurbs& c)
 {
-    if (type == kCurve) {
-        curve = c;  // the copy assignment handles c being this very curve
-        return;
-    }
-    CNurbs copy(c);  // c may live in the payload about to be released
-    TypeSet(kCurve);
-    curve = std::move(copy);
+    set_copy(this, kCurve, &V_ELEMENT::curve, c);
 }
 
 void V_ELEMENT::MoveCurve(CNurbs& c)
 {
-    if (&c == &curve && type == kCurve) return;
-    CNurbs taken(std::move(c));
-    TypeSet(kCurve);
-    curve = std::move(taken);
+    set_taken(this, kCurve, &V_ELEMENT::curve, c);
 }
 
 short V_ELEMENT::SetPolyline(const List<V_POINT>& pts)
 {
-    Polyline built;  // pts may belong to the payload about to be released
-    const short rc = built.Create(pts);
-    TypeSet(kPolyline);
-    polyline = std::move(built);
-    return rc;
+    return set_built(this, kPolyline, &V_ELEMENT::polyline,
+                     [&](Polyline& pl) { return pl.Create(pts); });
 }
 
 void V_ELEMENT::SetPolyline(const Polyline& pl)
 {
-    if (type == kPolyline) {
-        polyline = pl;
-        return;
-    }
-    Polyline copy(pl);
-    TypeSet(kPolyline);
-    polyline = std::move(copy);
+    set_copy(this, kPolyline, &V_ELEMENT::polyline, pl);
 }
 
 void V_ELEMENT::MovePolyline(Polyline& pl)
 {
-    if (&pl == &polyline && type == kPolyline) return;
-    Polyline taken(std::move(pl));
-    TypeSet(kPolyline);
-    polyline = std::move(taken);  // releases the list held before
+    set_taken(this, kPolyline, &V_ELEMENT::polyline, pl);
 }
 
 void V_ELEMENT::SetPointSet(const PointSet& ps)
 {
-    if (type == kPointSet) {
-        pointset = ps;
-        return;
-    }
-    PointSet copy(ps);
-    TypeSet(kPointSet);
-    pointset = std::move(copy);
+    set_copy(this, kPointSet, &V_ELEMENT::pointset, ps);
 }
 
 short V_ELEMENT::SetPointSet(const List<V_POINT>& pts, const V_WORKPLANE& wp)
 {
-    PointSet built;
-    const short rc = built.Create(pts, wp);
-    TypeSet(kPointSet);
-    pointset = std::move(built);
-    return rc;
+    return set_built(this, kPointSet, &V_ELEMENT::pointset,
+                     [&](PointSet& ps) { return ps.Create(pts, wp); });
 }
 
 short V_ELEMENT::SetPointSet(unsigned long n_points, unsigned long n_deleted)
 {
-    PointSet built;
-    const short rc = built.SetPointSet(n_points, n_deleted);
-    TypeSet(kPointSet);
-    pointset = std::move(built);
-    return rc;
+    return set_built(this, kPointSet, &V_ELEMENT::pointset,
+                     [&](PointSet& ps) { return ps.SetPointSet(n_points, n_deleted); });
 }
 
 void V_ELEMENT::MovePointSet(PointSet& ps)
 {
-    if (&ps == &pointset && type == kPointSet) return;
-    PointSet taken(std::move(ps));
-    TypeSet(kPointSet);
-    pointset = std::move(taken);
+    set_taken(this, kPointSet, &V_ELEMENT::pointset, ps);
 }
 
 // --- diagnostics ---

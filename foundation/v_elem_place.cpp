@@ -1,28 +1,16 @@
 #include "foundation/v_elem.h"
 #include "foundation/point_list.h"
 #include "foundation/status.h"
+#include "foundation/v_elem_internal.h"
 #include "foundation/vector_algebra.h"
 #include "transform/gen_mat.h"
 #include <cfloat>
 #include <cmath>
 #include <utility>
 
-namespace {
+using namespace kestra::detail;
 
-enum Kind : short {
-    kPoint = 1,
-    kSegment = 2,
-    kLine = 3,
-    kCircle = 4,
-    kArc = 5,
-    kEllipse = 6,
-    kEllipticalArc = 7,
-    kSymbol = 12,
-    kText = 14,
-    kCurve = 19,
-    kPolyline = 20,
-    kPointSet = 26,
-};
+namespace {
 
 // --- small vector kernels ---
 
@@ -285,14 +273,22 @@ short arc_result(const V_MATRIX& M, const V_ARC& in, short keep_type, V_ELEMENT*
     return st::ok;
 }
 
+// The unit normal N of a text or symbol and its unit x axis X, the given x axis with the part
+// along N removed. 0; 177 when either vanishes.
+short unit_frame(const V_VECTOR& normal, const V_VECTOR& xaxis, V_VECTOR* N, V_VECTOR* X)
+{
+    *N = normal;
+    if (normalise(N) != st::ok) return st::zero_vector;
+    *X = add(xaxis, scaled(*N, -dot(xaxis, *N)));
+    return normalise(X) == st::ok ? st::ok : st::zero_vector;
+}
+
 // Text frame: keeps the images of its x axis and in-plane y axis. 177 zero axis; 110
 // collapsed; 121 the axes' images are not perpendicular.
 short text_result(const V_MATRIX& M, const V_TEXT& in, V_ELEMENT* res)
 {
-    V_VECTOR N = in.normal;
-    if (normalise(&N) != st::ok) return st::zero_vector;
-    V_VECTOR X = add(in.xaxis, scaled(N, -dot(in.xaxis, N)));
-    if (normalise(&X) != st::ok) return st::zero_vector;
+    V_VECTOR N, X;
+    if (unit_frame(in.normal, in.xaxis, &N, &X) != st::ok) return st::zero_vector;
     const V_VECTOR Y = cross(N, X);
     const V_VECTOR LX = lin(M, X), LY = lin(M, Y);
     if (collapsed(LX, LY)) return st::bad_input;
@@ -314,11 +310,8 @@ short text_result(const V_MATRIX& M, const V_TEXT& in, V_ELEMENT* res)
 // scales that rebuild the images of X, Y and Z; a reflection shows as a negative scale_z.
 short symbol_result(const V_MATRIX& M, const V_SYMBOL_INST& in, V_ELEMENT* res)
 {
-    V_VECTOR N = in.normal;
-    if (normalise(&N) != st::ok) return st::zero_vector;
-    V_VECTOR Xa = add(in.xaxis, scaled(N, -dot(in.xaxis, N)));
-    if (normalise(&Xa) != st::ok) return st::zero_vector;
-    V_VECTOR X;
+    V_VECTOR N, Xa, X;
+    if (unit_frame(in.normal, in.xaxis, &N, &Xa) != st::ok) return st::zero_vector;
     vector_rotate(&Xa, &N, in.angle, &X);
     const V_VECTOR Y = cross(N, X);
     const V_VECTOR LX = lin(M, X), LY = lin(M, Y), LZ = lin(M, N), LXa = lin(M, Xa);
@@ -553,67 +546,55 @@ void cpt_to_local(const V_WORKPLANE& wp, double& x, double& y, double& z, double
 short convert_element(V_ELEMENT* e, const V_WORKPLANE& wp_in, bool to_world)
 {
     V_WORKPLANE wp = wp_in;  // the record methods take a modifiable workplane
-    auto pt = [&](V_POINT& p) {
+    // A record (point, vector, segment, line, circle, arc) by its own conversion.
+    auto conv = [&](auto& r) {
         if (to_world)
-            p.relative_to_absolute(wp);
+            r.relative_to_absolute(wp);
         else
-            p.absolute_to_relative(wp);
+            r.absolute_to_relative(wp);
     };
-    auto vec = [&](V_VECTOR& v) {
-        if (to_world)
-            v.relative_to_absolute(wp);
-        else
-            v.absolute_to_relative(wp);
+    // The points of a list (null allowed).
+    auto conv_list = [&](List<V_POINT>* l) {
+        if (l && to_world) relative_to_absolute(wp, l);
+        if (l && !to_world) absolute_to_relative(wp, l);
     };
     switch (e->type) {
     case kPoint:
-        pt(e->point);
+        conv(e->point);
         break;
     case kSegment:
-        if (to_world)
-            e->segm.relative_to_absolute(wp);
-        else
-            e->segm.absolute_to_relative(wp);
+        conv(e->segm);
         break;
     case kLine:
-        if (to_world)
-            e->line.relative_to_absolute(wp);
-        else
-            e->line.absolute_to_relative(wp);
+        conv(e->line);
         break;
     case kCircle:
-        if (to_world)
-            e->circle.relative_to_absolute(wp);
-        else
-            e->circle.absolute_to_relative(wp);
+        conv(e->circle);
         break;
     case kArc:
-        if (to_world)
-            e->arc.relative_to_absolute(wp);
-        else
-            e->arc.absolute_to_relative(wp);
+        conv(e->arc);
         break;
     case kEllipse:
-        pt(e->ellipse.centre);
-        vec(e->ellipse.axis1);
-        vec(e->ellipse.axis2);
+    case kEllipticalArc: {
+        V_ELLIPSE& el = e->type == kEllipse ? e->ellipse : e->elarc.ellipse;
+        conv(el.centre);
+        conv(el.axis1);
+        conv(el.axis2);
+        if (e->type == kEllipticalArc) {
+            conv(e->elarc.start);
+            conv(e->elarc.end);
+        }
         break;
-    case kEllipticalArc:
-        pt(e->elarc.ellipse.centre);
-        vec(e->elarc.ellipse.axis1);
-        vec(e->elarc.ellipse.axis2);
-        pt(e->elarc.start);
-        pt(e->elarc.end);
-        break;
+    }
     case kSymbol:
-        pt(e->symbol.position);
-        vec(e->symbol.xaxis);
-        vec(e->symbol.normal);
+        conv(e->symbol.position);
+        conv(e->symbol.xaxis);
+        conv(e->symbol.normal);
         break;
     case kText:
-        pt(e->text.point);
-        vec(e->text.normal);
-        vec(e->text.xaxis);
+        conv(e->text.point);
+        conv(e->text.normal);
+        conv(e->text.xaxis);
         break;
     case kCurve:
         if (!is_3d_curve(e->curve)) return st::wrong_kind;
@@ -625,25 +606,15 @@ short convert_element(V_ELEMENT* e, const V_WORKPLANE& wp_in, bool to_world)
         });
         break;
     case kPolyline:
-        if (e->polyline.Points()) {
-            if (to_world)
-                relative_to_absolute(wp, e->polyline.Points());
-            else
-                absolute_to_relative(wp, e->polyline.Points());
-        }
+        conv_list(e->polyline.Points());
         break;
     case kPointSet: {
         PointSet& ps = e->pointset;
-        if (ps.points) {
-            if (to_world)
-                relative_to_absolute(wp, ps.points);
-            else
-                absolute_to_relative(wp, ps.points);
-        }
-        pt(ps.plane.origin);
-        vec(ps.plane.xaxis);
-        vec(ps.plane.yaxis);
-        vec(ps.plane.zaxis);
+        conv_list(ps.points);
+        conv(ps.plane.origin);
+        conv(ps.plane.xaxis);
+        conv(ps.plane.yaxis);
+        conv(ps.plane.zaxis);
         break;
     }
     default:
