@@ -135,23 +135,17 @@ bool write_items(FILE* f, const List<T>& list, Encode encode)
     return k == 0 || std::fwrite(buf, 1, size_t(k) * RecSize, f) == size_t(k) * RecSize;
 }
 
-// Writes a uint32 count; true on success.
-inline bool write_u32(FILE* f, uint32_t v)
+// Copies n bytes from the stream into dst; true when all of them arrived.
+inline bool take_bytes(FILE* f, void* dst, size_t n)
 {
-    return std::fwrite(&v, 4, 1, f) == 1;
+    return std::fread(dst, 1, n, f) == n;
 }
-// Reads a uint32 count; true on success.
-inline bool read_u32(FILE* f, uint32_t* v)
+// Copies n bytes at p into dst and advances p; the buffer is trusted to hold them.
+inline bool take_bytes(unsigned char*& p, void* dst, size_t n)
 {
-    return std::fread(v, 4, 1, f) == 1;
-}
-// Takes a uint32 at p and advances p by 4.
-inline uint32_t take_u32(unsigned char*& p)
-{
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    p += 4;
-    return v;
+    std::memcpy(dst, p, n);
+    p += n;
+    return true;
 }
 
 // A point record is the point's three doubles.
@@ -160,5 +154,28 @@ struct PointCodec {
     void operator()(const unsigned char* src, V_POINT* dst) const { std::memcpy(dst, src, 24); }
     void operator()(const V_POINT& p, unsigned char* dst) const { std::memcpy(dst, &p, 24); }
 };
+
+// Reads a uint32 count N from src (a stream or a memory cursor), then N records into a new
+// list stored in *list with grow_by max(N, 10); for N = 0 the list is made only when
+// always_make is set. A stream's records enter the list only as they arrive. True on
+// success; false on a short read or want of memory (the records read so far are kept).
+template <class T, class Codec, class Src>
+bool read_counted_list(Src& src, List<T>** list, bool always_make)
+{
+    uint32_t n;
+    if (!take_bytes(src, &n, 4)) return false;
+    if (n == 0 && !always_make) return true;
+    const uint32_t grow_by = record_grow_by(n);
+    *list = tracked_new<List<T>>(grow_by);
+    return *list && read_items<T, Codec::size>(src, n, grow_by, *list, Codec{});
+}
+
+// Writes the number of occupied slots of list as a uint32, then their records in slot order.
+// True when every byte was written.
+template <class T, class Codec> bool write_counted_list(FILE* f, const List<T>& list)
+{
+    const uint32_t n = list.CountSet();
+    return std::fwrite(&n, 4, 1, f) == 1 && write_items<T, Codec::size>(f, list, Codec{});
+}
 
 }  // namespace kestra::detail

@@ -59,6 +59,22 @@ template <class T> List<T>* empty_list(uint32_t grow_by, uint32_t n)
     return l;
 }
 
+// Replaces the lists of ps by new_points and new_deleted, or, when either is null (memory ran
+// out), releases both and leaves ps unchanged. 0 or 115.
+short install_lists(PointSet* ps, List<V_POINT>* new_points, List<unsigned long>* new_deleted)
+{
+    if (!new_points || !new_deleted) {
+        kestra::detail::tracked_delete(new_points);
+        kestra::detail::tracked_delete(new_deleted);
+        return st::no_memory;
+    }
+    kestra::detail::tracked_delete(ps->points);
+    kestra::detail::tracked_delete(ps->deleted);
+    ps->points = new_points;
+    ps->deleted = new_deleted;
+    return st::ok;
+}
+
 // True when some entry of the deleted list does not fit the record's 32-bit positions.
 bool has_wide_position(const List<unsigned long>& l)
 {
@@ -67,6 +83,26 @@ bool has_wide_position(const List<unsigned long>& l)
         if (l.set[i] && l.items[i] > UINT32_MAX) return true;
     }
     return false;
+}
+
+// Reads the record from src (a stream or a memory cursor) into ps, just reset: the fixed
+// fields, the counted points (no list for none), the counted deleted positions (always a
+// list, left empty when they cannot all be read). 0, or 110 on a short read or want of memory.
+template <class Src> short read_record(Src& src, PointSet* ps)
+{
+    unsigned char head[192];
+    if (!kestra::detail::take_bytes(src, head, sizeof head)) return st::bad_input;
+    std::memcpy(&ps->flags, head, 2);
+    std::memcpy(&ps->type, head + 2, 2);
+    std::memcpy(static_cast<void*>(&ps->plane), head + 4, 184);
+    std::memcpy(&ps->count_word, head + 188, 4);
+    using kestra::detail::read_counted_list;
+    if (!read_counted_list<V_POINT, PointCodec>(src, &ps->points, false)) return st::bad_input;
+    if (!read_counted_list<unsigned long, PositionCodec>(src, &ps->deleted, true)) {
+        if (ps->deleted) ps->deleted->Clear();
+        return st::bad_input;
+    }
+    return st::ok;
 }
 
 }  // namespace
@@ -85,14 +121,9 @@ PointSet::PointSet(const PointSet& other)
     std::memcpy(static_cast<void*>(&plane), &other.plane, sizeof plane);
 }
 
-PointSet::PointSet(PointSet&& other) noexcept
-    : points(other.points), deleted(other.deleted), flags(other.flags), type(other.type),
-      count_word(other.count_word)
+PointSet::PointSet(PointSet&& other) noexcept : PointSet()
 {
-    std::memcpy(static_cast<void*>(&plane), &other.plane, sizeof plane);
-    other.points = nullptr;
-    other.deleted = nullptr;
-    other.Reset();
+    *this = std::move(other);
 }
 
 PointSet& PointSet::operator=(const PointSet& other)
@@ -158,19 +189,11 @@ short PointSet::Create(const List<V_POINT>& pts, const V_WORKPLANE& wp)
 {
     List<V_POINT>* new_points = empty_list<V_POINT>(pts.grow_by, pts.CountSet());
     List<unsigned long>* new_deleted = kestra::detail::tracked_new<List<unsigned long>>(16u);
-    if (!new_points || !new_deleted) {
-        kestra::detail::tracked_delete(new_points);
-        kestra::detail::tracked_delete(new_deleted);
-        return st::no_memory;
-    }
-    const uint32_t n_slots = pts.Count();
-    for (uint32_t i = 0; i < n_slots; ++i) {
+    const uint32_t n_slots = pts.Count();  // pts may be this set's own list: copy first
+    for (uint32_t i = 0; new_points && i < n_slots; ++i) {
         if (pts.set[i]) new_points->Append(pts.items[i]);  // within capacity: cannot fail
     }
-    kestra::detail::tracked_delete(points);
-    kestra::detail::tracked_delete(deleted);
-    points = new_points;
-    deleted = new_deleted;
+    if (install_lists(this, new_points, new_deleted) != st::ok) return st::no_memory;
     set_plane(wp);
     return st::ok;
 }
@@ -183,16 +206,7 @@ short PointSet::SetPointSet(unsigned long n_points, unsigned long n_deleted)
     List<V_POINT>* new_points = empty_list<V_POINT>(kestra::detail::record_grow_by(np), np);
     List<unsigned long>* new_deleted =
         empty_list<unsigned long>(kestra::detail::record_grow_by(nd), nd);
-    if (!new_points || !new_deleted) {
-        kestra::detail::tracked_delete(new_points);
-        kestra::detail::tracked_delete(new_deleted);
-        return st::no_memory;
-    }
-    kestra::detail::tracked_delete(points);
-    kestra::detail::tracked_delete(deleted);
-    points = new_points;
-    deleted = new_deleted;
-    return st::ok;
+    return install_lists(this, new_points, new_deleted);
 }
 
 short PointSet::Append(const V_POINT& p)
@@ -260,77 +274,20 @@ short PointSet::fwrite_bin(FILE* f) const
     std::memcpy(head + 4, &plane, 184);
     std::memcpy(head + 188, &count_word, 4);
     if (std::fwrite(head, 1, sizeof head, f) != sizeof head) return st::bad_input;
-    if (!kestra::detail::write_u32(f, points->CountSet())) return st::bad_input;
-    if (!kestra::detail::write_items<V_POINT, PointCodec::size>(f, *points, PointCodec{}))
-        return st::bad_input;
-    if (!kestra::detail::write_u32(f, deleted->CountSet())) return st::bad_input;
-    if (!kestra::detail::write_items<unsigned long, PositionCodec::size>(f, *deleted,
-                                                                         PositionCodec{}))
-        return st::bad_input;
-    return st::ok;
+    using kestra::detail::write_counted_list;
+    const bool ok = write_counted_list<V_POINT, PointCodec>(f, *points) &&
+                    write_counted_list<unsigned long, PositionCodec>(f, *deleted);
+    return ok ? st::ok : st::bad_input;
 }
 
 short PointSet::fread_bin(FILE* f)
 {
     Reset();
-    if (!f) return st::bad_input;
-    unsigned char head[192];
-    if (std::fread(head, 1, sizeof head, f) != sizeof head) return st::bad_input;
-    std::memcpy(&flags, head, 2);
-    std::memcpy(&type, head + 2, 2);
-    std::memcpy(static_cast<void*>(&plane), head + 4, 184);
-    std::memcpy(&count_word, head + 188, 4);
-
-    uint32_t n;
-    if (!kestra::detail::read_u32(f, &n)) return st::bad_input;
-    if (n != 0) {
-        const uint32_t grow_by = kestra::detail::record_grow_by(n);
-        points = kestra::detail::tracked_new<List<V_POINT>>(grow_by);
-        if (!points) return st::bad_input;
-        if (!kestra::detail::read_items<V_POINT, PointCodec::size>(f, n, grow_by, points,
-                                                                   PointCodec{}))
-            return st::bad_input;
-    }
-
-    uint32_t m;
-    if (!kestra::detail::read_u32(f, &m)) return st::bad_input;
-    const uint32_t grow_by = kestra::detail::record_grow_by(m);
-    deleted = kestra::detail::tracked_new<List<unsigned long>>(grow_by);
-    if (!deleted) return st::bad_input;
-    if (!kestra::detail::read_items<unsigned long, PositionCodec::size>(f, m, grow_by, deleted,
-                                                                        PositionCodec{})) {
-        deleted->Clear();
-        return st::bad_input;
-    }
-    return st::ok;
+    return f ? read_record(f, this) : st::bad_input;
 }
 
 short PointSet::fread_bin(unsigned char*& p)
 {
     Reset();
-    if (!p) return st::bad_input;
-    std::memcpy(&flags, p, 2);
-    std::memcpy(&type, p + 2, 2);
-    std::memcpy(static_cast<void*>(&plane), p + 4, 184);
-    std::memcpy(&count_word, p + 188, 4);
-    p += 192;
-
-    const uint32_t n = kestra::detail::take_u32(p);
-    if (n != 0) {
-        const uint32_t grow_by = kestra::detail::record_grow_by(n);
-        points = kestra::detail::tracked_new<List<V_POINT>>(grow_by);
-        if (!points) return st::bad_input;
-        if (!kestra::detail::read_items<V_POINT, PointCodec::size>(p, n, grow_by, points,
-                                                                   PointCodec{}))
-            return st::bad_input;
-    }
-
-    const uint32_t m = kestra::detail::take_u32(p);
-    const uint32_t grow_by = kestra::detail::record_grow_by(m);
-    deleted = kestra::detail::tracked_new<List<unsigned long>>(grow_by);
-    if (!deleted) return st::bad_input;
-    if (!kestra::detail::read_items<unsigned long, PositionCodec::size>(p, m, grow_by, deleted,
-                                                                        PositionCodec{}))
-        return st::bad_input;
-    return st::ok;
+    return p ? read_record(p, this) : st::bad_input;
 }

@@ -48,6 +48,17 @@ List<V_POINT>* ensure_list(List<V_POINT>*& p)
     return p;
 }
 
+// Reads the record from src (a stream or a memory cursor) into *points, which is null: the
+// leading word is skipped, then the counted points. 0, or 110 on a short read or want of
+// memory (the points read so far kept).
+template <class Src> short read_record(Src& src, List<V_POINT>** points)
+{
+    uint16_t lead;  // ignored
+    if (!kestra::detail::take_bytes(src, &lead, 2)) return st::bad_input;
+    const bool ok = kestra::detail::read_counted_list<V_POINT, PointCodec>(src, points, false);
+    return ok ? st::ok : st::bad_input;
+}
+
 }  // namespace
 
 // --- ownership ---
@@ -189,45 +200,22 @@ void Polyline::DebugOutput(const char* name) const
 short Polyline::fwrite_bin(FILE* f) const
 {
     if (!points_ || !f) return st::bad_input;
-    unsigned char head[6] = {0, 0};
-    const uint32_t n = points_->CountSet();
-    std::memcpy(head + 2, &n, 4);
-    if (std::fwrite(head, 1, 6, f) != 6) return st::bad_input;
-    const bool ok =
-        kestra::detail::write_items<V_POINT, PointCodec::size>(f, *points_, PointCodec{});
+    const uint16_t lead = 0;
+    if (std::fwrite(&lead, 2, 1, f) != 1) return st::bad_input;
+    const bool ok = kestra::detail::write_counted_list<V_POINT, PointCodec>(f, *points_);
     return ok ? st::ok : st::bad_input;
 }
 
 short Polyline::fread_bin(FILE* f)
 {
     Release();
-    if (!f) return st::bad_input;
-    unsigned char head[6];
-    if (std::fread(head, 1, 6, f) != 6) return st::bad_input;
-    uint32_t n;
-    std::memcpy(&n, head + 2, 4);
-    if (n == 0) return st::ok;
-    const uint32_t grow_by = kestra::detail::record_grow_by(n);
-    points_ = kestra::detail::tracked_new<List<V_POINT>>(grow_by);
-    if (!points_) return st::bad_input;
-    const bool ok =
-        kestra::detail::read_items<V_POINT, PointCodec::size>(f, n, grow_by, points_, PointCodec{});
-    return ok ? st::ok : st::bad_input;
+    return f ? read_record(f, &points_) : st::bad_input;
 }
 
 short Polyline::fread_bin(unsigned char*& p)
 {
     Release();
-    if (!p) return st::bad_input;
-    p += 2;  // the leading word is ignored
-    const uint32_t n = kestra::detail::take_u32(p);
-    if (n == 0) return st::ok;
-    const uint32_t grow_by = kestra::detail::record_grow_by(n);
-    points_ = kestra::detail::tracked_new<List<V_POINT>>(grow_by);
-    if (!points_) return st::bad_input;
-    const bool ok =
-        kestra::detail::read_items<V_POINT, PointCodec::size>(p, n, grow_by, points_, PointCodec{});
-    return ok ? st::ok : st::bad_input;
+    return p ? read_record(p, &points_) : st::bad_input;
 }
 
 // --- curves through the points of a polyline ---
