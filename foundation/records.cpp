@@ -4,16 +4,17 @@
 #include "foundation/vector_algebra.h"
 #include "platform/utils.h"
 #include "transform/gen_mat.h"
+#include <initializer_list>
 #include <utility>
 
 namespace {
 
 // o + p.x X + p.y Y + p.z Z; the origin term is left out for directions.
-V_POINT local_to_world(const V_WORKPLANE& wp, double x, double y, double z, bool with_origin)
+template <class P> P local_to_world(const V_WORKPLANE& wp, const P& p, bool with_origin)
 {
-    V_POINT r{x * wp.xaxis.x + y * wp.yaxis.x + z * wp.zaxis.x,
-              x * wp.xaxis.y + y * wp.yaxis.y + z * wp.zaxis.y,
-              x * wp.xaxis.z + y * wp.yaxis.z + z * wp.zaxis.z};
+    P r{p.x * wp.xaxis.x + p.y * wp.yaxis.x + p.z * wp.zaxis.x,
+        p.x * wp.xaxis.y + p.y * wp.yaxis.y + p.z * wp.zaxis.y,
+        p.x * wp.xaxis.z + p.y * wp.yaxis.z + p.z * wp.zaxis.z};
     if (with_origin) {
         r.x += wp.origin.x;
         r.y += wp.origin.y;
@@ -23,41 +24,33 @@ V_POINT local_to_world(const V_WORKPLANE& wp, double x, double y, double z, bool
 }
 
 // (d . X, d . Y, d . Z) with d = p - o, or d = p for directions.
-V_POINT world_to_local(const V_WORKPLANE& wp, double x, double y, double z, bool with_origin)
+template <class P> P world_to_local(const V_WORKPLANE& wp, const P& p, bool with_origin)
 {
+    double x = p.x, y = p.y, z = p.z;
     if (with_origin) {
         x -= wp.origin.x;
         y -= wp.origin.y;
         z -= wp.origin.z;
     }
-    return V_POINT{x * wp.xaxis.x + y * wp.xaxis.y + z * wp.xaxis.z,
-                   x * wp.yaxis.x + y * wp.yaxis.y + z * wp.yaxis.z,
-                   x * wp.zaxis.x + y * wp.zaxis.y + z * wp.zaxis.z};
+    return P{x * wp.xaxis.x + y * wp.xaxis.y + z * wp.xaxis.z,
+             x * wp.yaxis.x + y * wp.yaxis.y + z * wp.yaxis.z,
+             x * wp.zaxis.x + y * wp.zaxis.y + z * wp.zaxis.z};
 }
 
-// The workplane's matrix, rows X, Y, Z, origin: local to world.
-V_MATRIX to_world_matrix(const V_WORKPLANE& wp)
+// Maps the points, and the normal when given, through the workplane's matrix (rows X, Y, Z,
+// origin: local to world) or through its inverse (world to local); a frame whose matrix cannot
+// be inverted leaves them all unchanged.
+void map_through_frame(const V_WORKPLANE& wp, bool to_world, std::initializer_list<V_POINT*> pts,
+                       V_VECTOR* normal)
 {
-    V_MATRIX to_world{};
-    mat_WorkPlane_World(&wp, nullptr, &to_world);
-    return to_world;
-}
-
-// Its inverse, world to local; false when the frame's matrix cannot be inverted.
-bool to_local_matrix(const V_WORKPLANE& wp, V_MATRIX* to_local)
-{
-    V_MATRIX to_world{};
-    return mat_WorkPlane_World(&wp, to_local, &to_world) == st::ok;
-}
-
-void transform_point(V_POINT* p, const V_MATRIX& m)
-{
-    mat_transform_point(p, &m, p);
-}
-
-void rotate_vector(V_VECTOR* v, const V_MATRIX& m)
-{
-    mat_rotate_vector(v, &m, v);
+    V_MATRIX M;
+    if (to_world) {
+        mat_WorkPlane_World(&wp, nullptr, &M);
+    } else if (mat_WorkPlane_World(&wp, &M, nullptr) != st::ok) {
+        return;  // singular frame: nothing changes
+    }
+    for (V_POINT* p : pts) mat_transform_point(p, &M, p);
+    if (normal) mat_rotate_vector(normal, &M, normal);
 }
 
 }  // namespace
@@ -66,24 +59,24 @@ void rotate_vector(V_VECTOR* v, const V_MATRIX& m)
 
 void V_POINT::relative_to_absolute(const V_WORKPLANE& wp)
 {
-    *this = local_to_world(wp, x, y, z, true);
+    *this = local_to_world(wp, *this, true);
 }
 
 void V_POINT::relative_to_absolute(const V_WORKPLANE& wp, V_POINT* out) const
 {
     KESTRA_REQUIRE(out != nullptr);
-    *out = local_to_world(wp, x, y, z, true);
+    *out = local_to_world(wp, *this, true);
 }
 
 void V_POINT::absolute_to_relative(const V_WORKPLANE& wp)
 {
-    *this = world_to_local(wp, x, y, z, true);
+    *this = world_to_local(wp, *this, true);
 }
 
 void V_POINT::absolute_to_relative(const V_WORKPLANE& wp, V_POINT* out) const
 {
     KESTRA_REQUIRE(out != nullptr);
-    *out = world_to_local(wp, x, y, z, true);
+    *out = world_to_local(wp, *this, true);
 }
 
 void V_POINT::translate(double dx, double dy, double dz)
@@ -104,45 +97,36 @@ void V_POINT::bounding_box(V_BOUNDS* box) const
 
 void V_VECTOR::relative_to_absolute(const V_WORKPLANE& wp)
 {
-    const V_POINT r = local_to_world(wp, x, y, z, false);
-    *this = V_VECTOR{r.x, r.y, r.z};
+    *this = local_to_world(wp, *this, false);
 }
 
 void V_VECTOR::relative_to_absolute(const V_WORKPLANE& wp, V_VECTOR* out) const
 {
     KESTRA_REQUIRE(out != nullptr);
-    const V_POINT r = local_to_world(wp, x, y, z, false);
-    *out = V_VECTOR{r.x, r.y, r.z};
+    *out = local_to_world(wp, *this, false);
 }
 
 void V_VECTOR::absolute_to_relative(const V_WORKPLANE& wp)
 {
-    const V_POINT r = world_to_local(wp, x, y, z, false);
-    *this = V_VECTOR{r.x, r.y, r.z};
+    *this = world_to_local(wp, *this, false);
 }
 
 void V_VECTOR::absolute_to_relative(const V_WORKPLANE& wp, V_VECTOR* out) const
 {
     KESTRA_REQUIRE(out != nullptr);
-    const V_POINT r = world_to_local(wp, x, y, z, false);
-    *out = V_VECTOR{r.x, r.y, r.z};
+    *out = world_to_local(wp, *this, false);
 }
 
 // --- segments ---
 
 void V_SEGM::relative_to_absolute(V_WORKPLANE& wp)
 {
-    const V_MATRIX to_world = to_world_matrix(wp);
-    transform_point(&start, to_world);
-    transform_point(&end, to_world);
+    map_through_frame(wp, true, {&start, &end}, nullptr);
 }
 
 void V_SEGM::absolute_to_relative(V_WORKPLANE& wp)
 {
-    V_MATRIX to_local;
-    if (!to_local_matrix(wp, &to_local)) return;  // singular frame: the segment stays
-    transform_point(&start, to_local);
-    transform_point(&end, to_local);
+    map_through_frame(wp, false, {&start, &end}, nullptr);
 }
 
 double V_SEGM::compute_length() const
@@ -198,21 +182,12 @@ void V_CIRCLE::force_radius_to_positive()
 
 void V_ARC::relative_to_absolute(V_WORKPLANE& wp)
 {
-    const V_MATRIX to_world = to_world_matrix(wp);
-    transform_point(&centre, to_world);
-    transform_point(&start, to_world);
-    transform_point(&end, to_world);
-    rotate_vector(&normal, to_world);
+    map_through_frame(wp, true, {&centre, &start, &end}, &normal);
 }
 
 void V_ARC::absolute_to_relative(V_WORKPLANE& wp)
 {
-    V_MATRIX to_local;
-    if (!to_local_matrix(wp, &to_local)) return;  // singular frame: the arc stays
-    transform_point(&centre, to_local);
-    transform_point(&start, to_local);
-    transform_point(&end, to_local);
-    rotate_vector(&normal, to_local);
+    map_through_frame(wp, false, {&centre, &start, &end}, &normal);
 }
 
 void V_ARC::force_radius_to_positive()

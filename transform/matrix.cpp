@@ -72,6 +72,19 @@ void affine(const double L[3][3], const V_POINT& t, V_MATRIX* M)
     M->m[3][2] = t.z;
 }
 
+// The frame matrix with axes L and origin o (local to world) in *to_world and its inverse in
+// *to_local, either of which may be null: 0, or 13 when to_local is asked for and the frame is
+// singular (to_local untouched).
+short frame_matrices(const double L[3][3], const V_POINT& o, V_MATRIX* to_local, V_MATRIX* to_world)
+{
+    V_MATRIX W;
+    affine(L, o, &W);
+    short rc = st::ok;
+    if (to_local) rc = mat_inverse(&W, to_local);
+    if (to_world) *to_world = W;
+    return rc;
+}
+
 // q * L for a point taken as a row vector (no translation).
 V_POINT times_block(const V_POINT& q, const double L[3][3])
 {
@@ -136,7 +149,12 @@ void mat_rotate(V_MATRIX* M, double angle, unsigned char axis)
     mat_identity(M);
     if (axis >= 'a' && axis <= 'z') axis = static_cast<unsigned char>(axis - 'a' + 'A');
     const double c = std::cos(angle);
-    const double s = std::sin(angle);
+    double s = std::sin(angle);
+    // Unknown letters keep the 'Y' pattern with the sines exchanged: about Y by -angle.
+    if (axis != 'X' && axis != 'Y' && axis != 'Z') {
+        axis = 'Y';
+        s = -s;
+    }
     switch (axis) {
     case 'X':
         M->m[1][1] = c;
@@ -150,18 +168,11 @@ void mat_rotate(V_MATRIX* M, double angle, unsigned char axis)
         M->m[2][0] = s;
         M->m[2][2] = c;
         break;
-    case 'Z':
+    default:  // 'Z'
         M->m[0][0] = c;
         M->m[0][1] = s;
         M->m[1][0] = -s;
         M->m[1][1] = c;
-        break;
-    default:
-        // Unknown letters keep the 'Y' pattern with the sines exchanged: about Y by -angle.
-        M->m[0][0] = c;
-        M->m[0][2] = s;
-        M->m[2][0] = -s;
-        M->m[2][2] = c;
         break;
     }
 }
@@ -391,21 +402,9 @@ void mat_general_transformation(const V_POINT* from, const V_VECTOR* axis, const
 
 short mat_WorkPlane_World(const V_WORKPLANE* wp, V_MATRIX* to_local, V_MATRIX* to_world)
 {
-    V_MATRIX W;
-    mat_identity(&W);
-    const V_VECTOR* axes[3] = {&wp->xaxis, &wp->yaxis, &wp->zaxis};
-    for (int i = 0; i < 3; ++i) {
-        W.m[i][0] = axes[i]->x;
-        W.m[i][1] = axes[i]->y;
-        W.m[i][2] = axes[i]->z;
-    }
-    W.m[3][0] = wp->origin.x;
-    W.m[3][1] = wp->origin.y;
-    W.m[3][2] = wp->origin.z;
-    short rc = st::ok;
-    if (to_local) rc = mat_inverse(&W, to_local);
-    if (to_world) *to_world = W;
-    return rc;
+    const V_VECTOR &X = wp->xaxis, &Y = wp->yaxis, &Z = wp->zaxis;
+    const double L[3][3] = {{X.x, X.y, X.z}, {Y.x, Y.y, Y.z}, {Z.x, Z.y, Z.z}};
+    return frame_matrices(L, wp->origin, to_local, to_world);
 }
 
 short mat_PlaneWorld(const V_PLANE* plane, V_MATRIX* to_local, V_MATRIX* to_world)
@@ -416,12 +415,7 @@ short mat_PlaneWorld(const V_PLANE* plane, V_MATRIX* to_local, V_MATRIX* to_worl
     V_VECTOR v;
     in_plane_axes(n, &u, &v);
     const double L[3][3] = {{u.x, u.y, u.z}, {v.x, v.y, v.z}, {n.x, n.y, n.z}};
-    V_MATRIX W;
-    affine(L, plane->point, &W);
-    short rc = st::ok;
-    if (to_local) rc = mat_inverse(&W, to_local);
-    if (to_world) *to_world = W;
-    return rc;
+    return frame_matrices(L, plane->point, to_local, to_world);
 }
 
 short mat_WorkPlane_WorkPlane(const V_WORKPLANE* from, const V_WORKPLANE* to, V_MATRIX* M)
