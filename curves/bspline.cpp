@@ -4,44 +4,58 @@
 
 namespace {
 
-// One pass of the Cox-de Boor triangle in place. On entry N[order-r+2 .. order] hold the
-// r-1 functions of order r-1 non-zero on the span (function N(i, .) in slot
-// i - span + order); on exit N[order-r+1 .. order] hold the r functions of order r:
-//   N(i, r) = (t - T[i]) / (T[i+r-1] - T[i]) N(i, r-1) + (T[i+r] - t) / (T[i+r] - T[i+1]) N(i+1,
-//   r-1).
-// The right quotient of N(i, r) is the left quotient of N(i+1, r) (same interval
-// [T[i+1], T[i+r]]), so each interval is divided once; its left part is carried in saved.
-inline void basis_pass(int order, const double* T, double t, int span, int r, double* N)
+// 1 / d for a knot interval d; 0 for an interval not greater than 0 (NaN included), so a
+// repeated knot contributes 0. The division is always by a safe value and never waits for
+// the basis values, so it runs ahead of the chain of dependent products.
+inline double interval_reciprocal(double d)
 {
-    const int base = span - order;  // slot s holds N(base + s, .)
-    double saved = 0.0;             // the leftmost function has no left term
+    const bool live = d > 0.0;
+    return (live ? 1.0 : 0.0) / (live ? d : 1.0);
+}
+
+// One step of the Cox-de Boor triangle in place, from order r-1 to order r. On entry
+// N[order-r+2 .. order] hold the r-1 functions of order r-1 non-zero on the span (function
+// N(i, .) in slot i - span + order); on exit N[order-r+1 .. order] hold the r functions of
+// order r:
+//   N(i, r) = (t - T[i]) / (T[i+r-1] - T[i]) N(i, r-1)
+//           + (T[i+r] - t) / (T[i+r] - T[i+1]) N(i+1, r-1).
+// The right quotient of N(i, r) is the left quotient of N(i+1, r) (same interval
+// [T[i+1], T[i+r]]), so each interval enters once; its left part is carried in saved.
+// Before N is raised, the derivatives of the order-r functions are formed from the order
+// r-1 functions held in the first NDer of (V0, D0), (V1, D1) (D may be V):
+//   D(i) = (r-1) (V(i) / (T[i+r-1] - T[i]) - V(i+1) / (T[i+r] - T[i+1])),
+// written to D[order-r+1 .. order]. The reciprocal of each interval is taken once for all
+// of them and multiplied in.
+template <int NDer>
+inline void order_step(int order, const double* T, double t, int span, int r, double* N,
+                       const double* V0 = nullptr, double* D0 = nullptr, const double* V1 = nullptr,
+                       double* D1 = nullptr)
+{
+    const double* const R = T + (span - order);  // slot s spans [R[s+1], R[s+r]]
+    const double km1 = double(r - 1);
+    double saved = 0.0;               // the leftmost function has no left term
+    double prev0 = 0.0, prev1 = 0.0;  // V of the leftmost function is 0
     for (int s = order - r + 1; s < order; ++s) {
-        const double right = T[base + s + r];
-        const double left = T[base + s + 1];
-        const double d = right - left;
-        const double q = d > 0.0 ? N[s + 1] / d : 0.0;  // a repeated knot contributes 0
+        const double left = R[s + 1];
+        const double right = R[s + r];
+        const double inv = interval_reciprocal(right - left);
+        if (NDer >= 1) {  // V0[s + 1] is read before N[s + 1] changes (V0 may be N)
+            const double q = V0[s + 1] * inv;
+            D0[s] = km1 * (prev0 - q);
+            prev0 = q;
+        }
+        if (NDer >= 2) {
+            const double q = V1[s + 1] * inv;
+            D1[s] = km1 * (prev1 - q);
+            prev1 = q;
+        }
+        const double q = N[s + 1] * inv;
         N[s] = saved + (right - t) * q;
         saved = (t - left) * q;
     }
-    N[order] = saved;  // the rightmost function has no right term
-}
-
-// Derivatives of the k functions of order k from the k-1 functions of order k-1 held in
-// V[order-k+2 .. order], written to D[order-k+1 .. order] (D may be V):
-//   D(i) = (k-1) (V(i) / (T[i+k-1] - T[i]) - V(i+1) / (T[i+k] - T[i+1])).
-// As in basis_pass each interval is divided once and carried to the next function.
-inline void derivative_pass(int order, const double* T, int span, int k, const double* V, double* D)
-{
-    const int base = span - order;
-    const double km1 = double(k - 1);
-    double prev = 0.0;  // V of the leftmost function is 0
-    for (int s = order - k + 1; s < order; ++s) {
-        const double d = T[base + s + k] - T[base + s + 1];
-        const double q = d > 0.0 ? V[s + 1] / d : 0.0;
-        D[s] = km1 * (prev - q);
-        prev = q;
-    }
-    D[order] = km1 * prev;
+    if (NDer >= 1) D0[order] = km1 * prev0;  // the rightmost function has no right term
+    if (NDer >= 2) D1[order] = km1 * prev1;
+    N[order] = saved;
 }
 
 // Binomial coefficient as a double by the multiplicative formula (exact while it fits in
@@ -74,7 +88,7 @@ void BSpline_Basis_N(int order, double* const T, double t, int span, double* N)
 {
     KESTRA_REQUIRE(order >= 1 && span >= order - 1 && T && N);
     N[order] = 1.0;
-    for (int r = 2; r <= order; ++r) basis_pass(order, T, t, span, r, N);
+    for (int r = 2; r <= order; ++r) order_step<0>(order, T, t, span, r, N);
 }
 
 void BSpline_Basis_N_N1(int order, double* const T, double t, int span, double* N, double* N1)
@@ -85,9 +99,8 @@ void BSpline_Basis_N_N1(int order, double* const T, double t, int span, double* 
         N1[1] = 0.0;
         return;
     }
-    for (int r = 2; r < order; ++r) basis_pass(order, T, t, span, r, N);
-    derivative_pass(order, T, span, order, N, N1);
-    basis_pass(order, T, t, span, order, N);
+    for (int r = 2; r < order; ++r) order_step<0>(order, T, t, span, r, N);
+    order_step<1>(order, T, t, span, order, N, N, N1);
 }
 
 void BSpline_Basis_N_N1_N2(int order, double* const T, double t, int span, double* N, double* N1,
@@ -101,19 +114,15 @@ void BSpline_Basis_N_N1_N2(int order, double* const T, double t, int span, doubl
         return;
     }
     if (order == 2) {
-        derivative_pass(order, T, span, 2, N, N1);
         N2[1] = N2[2] = 0.0;  // piecewise linear
-        basis_pass(order, T, t, span, 2, N);
+        order_step<1>(order, T, t, span, 2, N, N, N1);
         return;
     }
-    for (int r = 2; r < order - 1; ++r) basis_pass(order, T, t, span, r, N);
-    // First derivatives of order - 1 (kept in N2[2..order]), then those of order, then the
+    for (int r = 2; r < order - 1; ++r) order_step<0>(order, T, t, span, r, N);
+    // First derivatives of order - 1 (kept in N2[2..order]), then those of order, and the
     // second derivatives of order as the derivatives of the former, in place.
-    derivative_pass(order, T, span, order - 1, N, N2);
-    basis_pass(order, T, t, span, order - 1, N);
-    derivative_pass(order, T, span, order, N, N1);
-    derivative_pass(order, T, span, order, N2, N2);
-    basis_pass(order, T, t, span, order, N);
+    order_step<1>(order, T, t, span, order - 1, N, N, N2);
+    order_step<2>(order, T, t, span, order, N, N, N1, N2, N2);
 }
 
 // --- Bernstein basis and Bezier splitting ---
