@@ -1,4 +1,5 @@
 #include "curves/cs_1.h"
+#include "curves/curves_internal.h"
 #include "foundation/list.h"
 #include "foundation/status.h"
 #include "platform/utils.h"
@@ -13,17 +14,11 @@ static_assert(sizeof(int) == 4, "multiplicities are 32-bit in the record");
 
 namespace {
 
+using kestra::detail::copy_list;
+using kestra::detail::growth_step;
+using kestra::detail::replace_list;
 using kestra::detail::tracked_delete;
 using kestra::detail::tracked_new;
-
-// Growth step of a new list: the wanted size, kept within 1 .. 65536 so that a corrupt
-// count never turns into one huge growth later.
-uint32_t growth_step(int64_t wanted)
-{
-    if (wanted < 1) return 1;
-    if (wanted > 65536) return 65536;
-    return static_cast<uint32_t>(wanted);
-}
 
 // Bytes of the fixed header: four int16 flags and five int32 counts.
 constexpr size_t kHeaderBytes = 28;
@@ -134,6 +129,28 @@ template <class T> bool write_counted(FILE* f, const List<T>* list)
     return std::fwrite(list->items, sizeof(T), count, f) == count;
 }
 
+// Moves every field of from into to, whose lists are already released, and leaves from
+// as CNurbs() makes it.
+void take(CNurbs& to, CNurbs& from)
+{
+    to.cpts = from.cpts;
+    to.knots = from.knots;
+    to.mults = from.mults;
+    to.closed = from.closed;
+    to.parametric = from.parametric;
+    to.periodic = from.periodic;
+    to.rational = from.rational;
+    to.form = from.form;
+    to.order = from.order;
+    to.n_cpts = from.n_cpts;
+    to.vpp = from.vpp;
+    to.n_knots = from.n_knots;
+    from.cpts = nullptr;
+    from.knots = nullptr;
+    from.mults = nullptr;
+    from.Free_Lists();
+}
+
 const char* form_name(int32_t form)
 {
     switch (form) {
@@ -175,18 +192,10 @@ CNurbs::CNurbs(const CNurbs& other)
       form(other.form), order(other.order), n_cpts(other.n_cpts), vpp(other.vpp),
       n_knots(other.n_knots)
 {
-    if (other.cpts) {
-        cpts = tracked_new<List<double>>(*other.cpts);
-        KESTRA_REQUIRE(cpts);
-    }
-    if (other.knots) {
-        knots = tracked_new<List<double>>(*other.knots);
-        KESTRA_REQUIRE(knots);
-    }
-    if (other.mults) {
-        mults = tracked_new<List<int>>(*other.mults);
-        KESTRA_REQUIRE(mults);
-    }
+    cpts = copy_list(other.cpts);
+    knots = copy_list(other.knots);
+    mults = copy_list(other.mults);
+    KESTRA_REQUIRE((cpts || !other.cpts) && (knots || !other.knots) && (mults || !other.mults));
 }
 
 CNurbs& CNurbs::operator=(const CNurbs& other)
@@ -196,38 +205,16 @@ CNurbs& CNurbs::operator=(const CNurbs& other)
     return *this = std::move(copy);
 }
 
-CNurbs::CNurbs(CNurbs&& other) noexcept
-    : cpts(other.cpts), knots(other.knots), mults(other.mults), closed(other.closed),
-      parametric(other.parametric), periodic(other.periodic), rational(other.rational),
-      form(other.form), order(other.order), n_cpts(other.n_cpts), vpp(other.vpp),
-      n_knots(other.n_knots)
+CNurbs::CNurbs(CNurbs&& other) noexcept : CNurbs()
 {
-    other.cpts = nullptr;
-    other.knots = nullptr;
-    other.mults = nullptr;
-    other.Free_Lists();
+    take(*this, other);
 }
 
 CNurbs& CNurbs::operator=(CNurbs&& other) noexcept
 {
     if (this == &other) return *this;
     Free_Lists();
-    cpts = other.cpts;
-    knots = other.knots;
-    mults = other.mults;
-    closed = other.closed;
-    parametric = other.parametric;
-    periodic = other.periodic;
-    rational = other.rational;
-    form = other.form;
-    order = other.order;
-    n_cpts = other.n_cpts;
-    vpp = other.vpp;
-    n_knots = other.n_knots;
-    other.cpts = nullptr;
-    other.knots = nullptr;
-    other.mults = nullptr;
-    other.Free_Lists();
+    take(*this, other);
     return *this;
 }
 
@@ -274,15 +261,10 @@ short CNurbs::Init_Lists(bool no_mults)
         tracked_delete(new_mults);
         return st::no_memory;
     }
-    if (want_cpts) {
-        tracked_delete(cpts);
-        cpts = new_cpts;
-    }
+    if (want_cpts) replace_list(cpts, new_cpts);
     if (want_knots) {
-        tracked_delete(knots);
-        tracked_delete(mults);
-        knots = new_knots;
-        mults = new_mults;
+        replace_list(knots, new_knots);
+        replace_list(mults, new_mults);
     }
     return st::ok;
 }

@@ -1,5 +1,6 @@
 #include "curves/cs_1.h"
 #include "curves/bspline.h"
+#include "curves/curves_internal.h"
 #include "foundation/list.h"
 #include "foundation/status.h"
 #include "platform/utils.h"
@@ -10,6 +11,8 @@
 
 namespace {
 
+using kestra::detail::make_list;
+using kestra::detail::replace_list;
 using kestra::detail::tracked_delete;
 using kestra::detail::tracked_new;
 
@@ -66,6 +69,29 @@ bool knot_lists_usable(const CNurbs& c)
     return c.knots && c.mults && c.n_knots >= 2 &&
            c.knots->Count() >= static_cast<uint32_t>(c.n_knots) &&
            c.mults->Count() >= static_cast<uint32_t>(c.n_knots);
+}
+
+// Makes v and m the curve's knot lists when ok and both exist; frees them otherwise.
+// True when they were installed.
+bool install_knots(CNurbs& c, List<double>* v, List<int>* m, bool ok)
+{
+    if (!ok || !v || !m) {
+        tracked_delete(v);
+        tracked_delete(m);
+        return false;
+    }
+    replace_list(c.knots, v);
+    replace_list(c.mults, m);
+    return true;
+}
+
+// Replaces the curve's knot lists by copies of values[0 .. n-1] and mult[0 .. n-1].
+// 0 ok; 115 no memory (curve unchanged).
+short put_knot_arrays(CNurbs& c, const double* values, const int* mult, uint32_t n)
+{
+    List<double>* v = make_list(values, n, n);
+    List<int>* m = make_list(mult, n, n);
+    return install_knots(c, v, m, true) ? st::ok : st::no_memory;
 }
 
 // Order, counts and control list allow an evaluation: the span search and the sums then
@@ -342,21 +368,7 @@ short CNurbs::Get_Knots_Vector(double* values, int* mult) const
 short CNurbs::Put_Knots_Vector(double* values, int* mult)
 {
     if (!values || !mult || n_knots < 2) return st::bad_input;
-    List<double>* v = tracked_new<List<double>>(static_cast<uint32_t>(n_knots));
-    List<int>* m = tracked_new<List<int>>(static_cast<uint32_t>(n_knots));
-    bool ok = v && m && v->Reserve(static_cast<uint32_t>(n_knots)) &&
-              m->Reserve(static_cast<uint32_t>(n_knots));
-    for (int k = 0; ok && k < n_knots; ++k) ok = v->Append(values[k]) && m->Append(mult[k]);
-    if (!ok) {
-        tracked_delete(v);
-        tracked_delete(m);
-        return st::no_memory;
-    }
-    tracked_delete(knots);
-    tracked_delete(mults);
-    knots = v;
-    mults = m;
-    return st::ok;
+    return put_knot_arrays(*this, values, mult, static_cast<uint32_t>(n_knots));
 }
 
 short CNurbs::Put_Knots_Vector(List<double>& values, List<int>& mult)
@@ -366,22 +378,9 @@ short CNurbs::Put_Knots_Vector(List<double>& values, List<int>& mult)
     for (uint32_t k = 1; k <= n; ++k) {
         if (!values.IsSet(k) || !mult.IsSet(k)) return st::bad_input;
     }
-    List<double>* v = tracked_new<List<double>>(n);
-    List<int>* m = tracked_new<List<int>>(n);
-    bool ok = v && m && v->Reserve(n) && m->Reserve(n);
-    for (uint32_t k = 0; ok && k < n; ++k)
-        ok = v->Append(values.items[k]) && m->Append(mult.items[k]);
-    if (!ok) {
-        tracked_delete(v);
-        tracked_delete(m);
-        return st::no_memory;
-    }
-    tracked_delete(knots);
-    tracked_delete(mults);
-    knots = v;
-    mults = m;
-    n_knots = static_cast<int32_t>(n);
-    return st::ok;
+    const short rc = put_knot_arrays(*this, values.items, mult.items, n);
+    if (rc == st::ok) n_knots = static_cast<int32_t>(n);
+    return rc;
 }
 
 short CNurbs::Get_Knot(int i, double* value) const
@@ -445,15 +444,7 @@ short CNurbs::Put_Linear_Knots_Vector(List<double>& linear)
     short rc = st::no_memory;
     if (v && m)
         rc = linear_knots_to_multiplicity_knots(static_cast<int>(n), linear.items, v, m, &count);
-    if (rc != st::ok) {
-        tracked_delete(v);
-        tracked_delete(m);
-        return rc;
-    }
-    tracked_delete(knots);
-    tracked_delete(mults);
-    knots = v;
-    mults = m;
+    if (!install_knots(*this, v, m, rc == st::ok)) return rc;
     n_knots = count;
     return st::ok;
 }
@@ -468,31 +459,19 @@ short CNurbs::Get_Start_End_Knots(double* start, double* end) const
 short CNurbs::Get_Arrays(double** cpt_values, double** knot_values, int** mult_values)
 {
     // A list without storage gets its first growth step, so that its array exists.
-    auto materialise = [](auto* list) {
-        return list->capacity != 0 || list->Reserve(list->grow_by ? list->grow_by : 1);
-    };
     bool ok = true;
-    if (cpt_values) {
-        *cpt_values = nullptr;
-        if (cpts && materialise(cpts))
-            *cpt_values = cpts->items;
-        else if (cpts)
+    auto expose = [&ok](auto* list, auto** out) {
+        if (!out) return;
+        *out = nullptr;
+        if (!list) return;
+        if (list->capacity != 0 || list->Reserve(list->grow_by ? list->grow_by : 1))
+            *out = list->items;
+        else
             ok = false;
-    }
-    if (knot_values) {
-        *knot_values = nullptr;
-        if (knots && materialise(knots))
-            *knot_values = knots->items;
-        else if (knots)
-            ok = false;
-    }
-    if (mult_values) {
-        *mult_values = nullptr;
-        if (mults && materialise(mults))
-            *mult_values = mults->items;
-        else if (mults)
-            ok = false;
-    }
+    };
+    expose(cpts, cpt_values);
+    expose(knots, knot_values);
+    expose(mults, mult_values);
     return ok ? st::ok : st::no_memory;
 }
 

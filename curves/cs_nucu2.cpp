@@ -1,5 +1,6 @@
 #include "curves/cs_1.h"
 #include "curves/bspline.h"
+#include "curves/curves_internal.h"
 #include "foundation/list.h"
 #include "foundation/status.h"
 #include "platform/utils.h"
@@ -14,43 +15,11 @@
 
 namespace {
 
+using kestra::detail::Block;
+using kestra::detail::growth_step;
+using kestra::detail::make_list;
+using kestra::detail::replace_list;
 using kestra::detail::tracked_delete;
-using kestra::detail::tracked_new;
-
-// Tracked scratch array of n items, released on scope exit.
-template <class T> class Block {
-public:
-    explicit Block(size_t n) : p(static_cast<T*>(v_memptr_alloc(nullptr, (n ? n : 1) * sizeof(T))))
-    {}
-    ~Block() { v_memptr_free(p); }
-    Block(const Block&) = delete;
-    Block& operator=(const Block&) = delete;
-    T* p;
-};
-
-// A list holding src[0 .. count-1] in slots 1..count, copied in one piece; null when memory
-// runs out.
-template <class T> List<T>* make_list(const T* src, uint32_t count, uint32_t grow_by)
-{
-    List<T>* l = tracked_new<List<T>>(grow_by < 1 ? 1u : grow_by);
-    if (!l) return nullptr;
-    if (count == 0) return l;
-    if (!l->Reserve(count)) {
-        tracked_delete(l);
-        return nullptr;
-    }
-    std::memcpy(static_cast<void*>(l->items), src, static_cast<size_t>(count) * sizeof(T));
-    std::memset(l->set, 1, count);
-    l->next = count + 1;
-    return l;
-}
-
-uint32_t growth_step(int64_t wanted)
-{
-    if (wanted < 1) return 1;
-    if (wanted > 65536) return 65536;
-    return static_cast<uint32_t>(wanted);
-}
 
 // Every slot 1..count of the list is set.
 template <class T> bool all_set(const List<T>* l, uint64_t count)
@@ -129,15 +98,25 @@ bool commit(CNurbs& c, const double* P, int n, const double* K, const int* M, in
         tracked_delete(new_mults);
         return false;
     }
-    tracked_delete(c.cpts);
-    tracked_delete(c.knots);
-    tracked_delete(c.mults);
-    c.cpts = new_cpts;
-    c.knots = new_knots;
-    c.mults = new_mults;
+    replace_list(c.cpts, new_cpts);
+    replace_list(c.knots, new_knots);
+    replace_list(c.mults, new_mults);
     c.n_cpts = n;
     c.n_knots = nk;
     return true;
+}
+
+// Distinct-knot interval k of u on a curve the knot operations can work on, u allowed the
+// knot tolerance beyond either end of the range. 0 ok; 110 unusable curve; 111 u outside
+// the range or not finite.
+short knot_interval(const CNurbs& c, double u, int* k)
+{
+    if (!std::isfinite(u)) return st::bad_index;
+    if (!curve_valid(c)) return st::bad_input;
+    const double* K = c.knots->items;
+    const int n = c.n_knots;
+    if (u - K[0] < -tavotoll.param || u - K[n - 1] > tavotoll.param) return st::bad_index;
+    return c.FindSpan(u, k);
 }
 
 // Removability of two candidate homogeneous points P and Q (vpp values each): weights of
@@ -175,15 +154,12 @@ bool removable(const double* P, const double* Q, int vpp, bool rational, double 
 short CNurbs::InsertKnot(double u, int r)
 {
     if (r < 1) return st::bad_input;
-    if (!std::isfinite(u)) return st::bad_index;
-    if (!curve_valid(*this)) return st::bad_input;
+    int k = 0;
+    const short rc = knot_interval(*this, u, &k);
+    if (rc != st::ok) return rc;
     const double* K = knots->items;  // K(j) = K[j - 1]
     const int* M = mults->items;
     const int n = n_knots;
-    if (u - K[0] < -tavotoll.param || u - K[n - 1] > tavotoll.param) return st::bad_index;
-    int k = 0;
-    const short rc = FindSpan(u, &k);
-    if (rc != st::ok) return rc;
     if (k < n && K[k] - u < tavotoll.param) ++k;  // just below the next knot: that knot
     const bool existing = std::fabs(K[k - 1] - u) < tavotoll.param;
     if (existing) {
@@ -274,15 +250,12 @@ short CNurbs::RemoveKnot(double u, int num, int* removed, double tol)
 {
     if (!removed) return st::bad_input;
     *removed = 0;
-    if (!std::isfinite(u)) return st::bad_index;
-    if (!curve_valid(*this)) return st::bad_input;
+    int k = 0;
+    const short rc = knot_interval(*this, u, &k);
+    if (rc != st::ok) return rc;
     const double* K = knots->items;
     const int* M = mults->items;
     const int n = n_knots;
-    if (u - K[0] < -tavotoll.param || u - K[n - 1] > tavotoll.param) return st::bad_index;
-    int k = 0;
-    const short rc = FindSpan(u, &k);
-    if (rc != st::ok) return rc;
     if (k < n && K[k] - u <= tavotoll.param) ++k;  // just below the next knot: that knot
     if (!(std::fabs(K[k - 1] - u) <= tavotoll.param)) return st::bad_input;  // not a knot
     if (k == 1 || k == n) return st::bad_input;  // end knots are not removed

@@ -1,5 +1,6 @@
 #include "curves/bspline.h"
 #include "curves/cs_1.h"
+#include "curves/curves_internal.h"
 #include "foundation/status.h"
 #include <climits>
 #include <cmath>
@@ -15,15 +16,7 @@ inline double knot_tol()
 }
 
 // A tracked block of n doubles freed on scope exit; p is null when it could not be had.
-struct Scratch {
-    double* p = nullptr;
-    explicit Scratch(size_t n)
-        : p(static_cast<double*>(v_memptr_alloc(nullptr, n * sizeof(double))))
-    {}
-    ~Scratch() { v_memptr_free(p); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-};
+using Scratch = kestra::detail::Block<double>;
 
 // Drops the slots above count and makes count the list's length.
 template <class T> void truncate(List<T>& l, uint32_t count)
@@ -84,6 +77,25 @@ short build_runs(int n, Get get, List<double>& values, List<int>& mults, int* co
     }
     if (count) *count = distinct;
     return st::ok;
+}
+
+// Distinct knot k holding linear knot i: multiplicities are summed from distinct knot 1
+// until the sum reaches i. 0 ok; 111 i or n_distinct below 1, or i beyond the last knot;
+// 110 an unset slot or a multiplicity below 1 on the way.
+short holding_knot(const List<int>& mults, int n_distinct, int i, int* k)
+{
+    if (i < 1 || n_distinct < 1) return st::bad_index;
+    long long sum = 0;
+    for (int d = 1; d <= n_distinct; ++d) {
+        const int* m = mults.GetPtr(uint32_t(d));
+        if (!m || *m < 1) return st::bad_input;
+        sum += *m;
+        if (sum >= i) {
+            *k = d;
+            return st::ok;
+        }
+    }
+    return st::bad_index;
 }
 
 // Discrete B-spline (Oslo) coefficients over 1-based arrays: t[1..order+count] the old
@@ -467,37 +479,23 @@ short count_distinct_knots(VLST& knots, int& count)
 short get_linear_knot(List<double>* values, List<int>* mults, int n_distinct, int i, double* result)
 {
     if (!values || !mults || !result) return st::bad_input;
-    if (i < 1 || n_distinct < 1) return st::bad_index;
-    long long sum = 0;
-    for (int k = 1; k <= n_distinct; ++k) {
-        const int* m = mults->GetPtr(uint32_t(k));
-        if (!m || *m < 1) return st::bad_input;
-        sum += *m;
-        if (sum >= i) {
-            const double* v = values->GetPtr(uint32_t(k));
-            if (!v) return st::bad_input;
-            *result = *v;
-            return st::ok;
-        }
-    }
-    return st::bad_index;
+    int k = 0;
+    const short rc = holding_knot(*mults, n_distinct, i, &k);
+    if (rc != st::ok) return rc;
+    const double* v = values->GetPtr(uint32_t(k));
+    if (!v) return st::bad_input;
+    *result = *v;
+    return st::ok;
 }
 
 short get_linear_knot_mult(List<int>* mults, int n_distinct, int i, int* result)
 {
     if (!mults || !result) return st::bad_input;
-    if (i < 1 || n_distinct < 1) return st::bad_index;
-    long long sum = 0;
-    for (int k = 1; k <= n_distinct; ++k) {
-        const int* m = mults->GetPtr(uint32_t(k));
-        if (!m || *m < 1) return st::bad_input;
-        sum += *m;
-        if (sum >= i) {
-            *result = *m;
-            return st::ok;
-        }
-    }
-    return st::bad_index;
+    int k = 0;
+    const short rc = holding_knot(*mults, n_distinct, i, &k);
+    if (rc != st::ok) return rc;
+    *result = mults->items[k - 1];
+    return st::ok;
 }
 
 int linear_knot_position(int j, List<int>* mults)
@@ -952,10 +950,8 @@ VertexList::VertexList(const VertexList& other)
     : rational(other.rational), dimension(other.dimension), count_u(other.count_u),
       count_v(other.count_v), cursor(other.cursor)
 {
-    if (other.coordinates) {
-        coordinates = kestra::detail::tracked_new<List<double>>(*other.coordinates);
-        KESTRA_REQUIRE(coordinates);
-    }
+    coordinates = kestra::detail::copy_list(other.coordinates);
+    KESTRA_REQUIRE(coordinates || !other.coordinates);
 }
 
 VertexList& VertexList::operator=(const VertexList& other)
