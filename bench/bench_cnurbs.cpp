@@ -81,38 +81,48 @@ std::vector<double> parameters(bool shuffled)
     return t;
 }
 
-// Arguments: curve (0 cubic, 1 circle, 2 order 8), shuffled, linear knots given.
+// What one evaluation run needs, from the arguments curve (0 cubic, 1 circle, 2 order 8),
+// shuffled, linear knots given.
+struct EvalRun {
+    const CNurbs& c;
+    std::vector<double> ts;
+    List<double> lin;
+    List<double>* cache;
+    size_t i = 0;
+    explicit EvalRun(const benchmark::State& state)
+        : c(curve(static_cast<int>(state.range(0)))), ts(parameters(state.range(1) != 0))
+    {
+        c.Get_Linear_Knots_Vector(&lin);
+        cache = state.range(2) ? &lin : nullptr;
+    }
+    // The next parameter, cycling through ts.
+    double next()
+    {
+        const double t = ts[i];
+        if (++i == ts.size()) i = 0;
+        return t;
+    }
+};
+
 void BM_EvalPoint(benchmark::State& state)
 {
-    const CNurbs& c = curve(static_cast<int>(state.range(0)));
-    const std::vector<double> ts = parameters(state.range(1) != 0);
-    List<double> lin;
-    c.Get_Linear_Knots_Vector(&lin);
-    List<double>* cache = state.range(2) ? &lin : nullptr;
-    size_t i = 0;
+    EvalRun run(state);
     V_POINT p{};
     for (auto _ : state) {
-        c.Eval(ts[i], cache, &p);
+        run.c.Eval(run.next(), run.cache, &p);
         benchmark::DoNotOptimize(p);
-        if (++i == ts.size()) i = 0;
     }
 }
 
 void BM_EvalPointD1D2(benchmark::State& state)
 {
-    const CNurbs& c = curve(static_cast<int>(state.range(0)));
-    const std::vector<double> ts = parameters(state.range(1) != 0);
-    List<double> lin;
-    c.Get_Linear_Knots_Vector(&lin);
-    List<double>* cache = state.range(2) ? &lin : nullptr;
-    size_t i = 0;
+    EvalRun run(state);
     V_POINT p{};
     V_VECTOR d1{}, d2{};
     for (auto _ : state) {
-        c.Eval(ts[i], cache, &p, &d1, &d2);
+        run.c.Eval(run.next(), run.cache, &p, &d1, &d2);
         benchmark::DoNotOptimize(p);
         benchmark::DoNotOptimize(d2);
-        if (++i == ts.size()) i = 0;
     }
 }
 
