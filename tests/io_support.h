@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -137,14 +138,40 @@ template <class F> bool until_allocations_suffice(long limit, F attempt)
     return false;
 }
 
-// The largest number of tracked bytes alive at any read from an unbuffered stream over b,
-// while read(f) runs; a reader that sizes storage from a count before the data arrive shows.
-template <class F> size_t peak_bytes_reading(const Bytes& b, F read)
+// Reads rec into a fresh R through a stream and through a memory cursor while allocations
+// fail after 0, 1, ... successful ones; check(r, rc) sees each try, rc -1 when the reader
+// threw std::runtime_error. Both forms must succeed within limit allocations.
+template <class R, class Check>
+void read_with_failing_allocations(const Bytes& rec, long limit, Check check)
 {
+    for (int form = 0; form < 2; ++form) {
+        SCOPED_TRACE(form == 0 ? "stream" : "memory");
+        EXPECT_TRUE(until_allocations_suffice(limit, [&] {
+            R r;
+            FILE* f = stream_of(rec);
+            Bytes image = rec;
+            unsigned char* p = image.data();
+            short rc = -1;
+            try {
+                rc = form == 0 ? r.fread_bin(f) : r.fread_bin(p);
+            } catch (const std::runtime_error&) {}
+            std::fclose(f);
+            check(r, rc);
+            return rc == st::ok;
+        }));
+    }
+}
+
+// The largest growth of the tracked bytes alive, seen at any read from an unbuffered stream
+// over b while read(f) runs and after it: a reader that sizes storage from a count before the
+// data arrive shows.
+template <class F> size_t bytes_grown_reading(const Bytes& b, F read)
+{
+    const size_t base = v_memptr_live_bytes();
     struct Source {
         const Bytes* b;
         size_t pos, peak;
-    } src{&b, 0, v_memptr_live_bytes()};
+    } src{&b, 0, base};
     cookie_io_functions_t io{};
     io.read = [](void* cookie, char* buf, size_t size) -> ssize_t {
         Source* s = static_cast<Source*>(cookie);
@@ -159,7 +186,7 @@ template <class F> size_t peak_bytes_reading(const Bytes& b, F read)
     std::setvbuf(f, nullptr, _IONBF, 0);
     read(f);
     std::fclose(f);
-    return std::max(src.peak, v_memptr_live_bytes());
+    return std::max(src.peak, v_memptr_live_bytes()) - base;
 }
 
 // Fixture: after each test every tracked block made during it is released, fault injection
@@ -200,6 +227,87 @@ template <class F> Lines dump_of(F f)
     DumpCapture cap;
     f();
     return cap.lines;
+}
+
+// --- sample elements ---
+
+// The rational quarter circle of radius 1 about the origin from (1,0,0) to (0,1,0): control
+// points (1,0,0) w 1, (1,1,0) w sqrt(1/2), (0,1,0) w 1, stored homogeneous (x w, y w, z w, w).
+// Polynomial: the same control points without weights (a parabolic arc).
+inline CNurbs quarter_curve(bool rational = true)
+{
+    CNurbs c;
+    c.order = 3;
+    c.n_cpts = 3;
+    c.vpp = rational ? 4 : 3;
+    c.rational = rational;
+    c.form = rational ? 1 : 0;  // a circular arc
+    c.n_knots = 2;
+    EXPECT_EQ(c.Init_Lists(), st::ok);
+    const double w[3] = {1.0, rational ? 0.70710678118654752440 : 1.0, 1.0};
+    const double p[3][3] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    for (int k = 0; k < 3; ++k) {
+        for (double x : p[k]) c.cpts->Append(x * w[k]);
+        if (rational) c.cpts->Append(w[k]);
+    }
+    EXPECT_TRUE(c.knots->Append(0.0) && c.knots->Append(1.0));
+    EXPECT_TRUE(c.mults->Append(3) && c.mults->Append(3));
+    return c;
+}
+
+// The characters of sample text 9 (host storage, alive for the whole program).
+inline char16_t* sample_text_chars()
+{
+    static char16_t chars[] = u"Hi \u00e9!";
+    return chars;
+}
+
+// One element of every kind, with unit, perpendicular frames wherever a kind has one:
+// 0 empty, 1 point, 2 segment, 3 line, 4 circle, 5 arc (negative radius), 6 ellipse,
+// 7 elliptical arc, 8 symbol, 9 text, 10 empty text, 11 rational curve, 12 polyline, 13 point
+// set (a deleted position, flags and count word), 14..17 the codes 9, 21, -3 and 300,
+// 18 polyline with a hole, 19 polynomial curve, 20 circle with negative radius.
+inline std::vector<V_ELEMENT> element_samples()
+{
+    std::vector<V_ELEMENT> v(21);
+    v[1].SetPoint(1.5, -2.25, 1e-300);
+    v[2].SetSegment(1, 2, 3, 4, 5, 6);
+    v[3].SetLine(V_POINT{0, 1, 2}, V_VECTOR{0.6, 0.8, 0});
+    v[4].SetCircle(V_POINT{1, 2, 3}, 4, V_VECTOR{0, 0, 1});
+    v[5].SetArc(V_POINT{1, 1, 0}, -2, V_POINT{3, 1, 0}, V_POINT{1, 3, 0}, V_VECTOR{0, 0, 1});
+    v[6].SetEllipse(V_ELLIPSE{{1, 2, 3}, {1, 0, 0}, {0, 1, 0}, 5, 2});
+    v[7].SetEllipticalArc(
+        V_ELLIPTICALARC{{{0, 0, 0}, {0, 1, 0}, {-1, 0, 0}, 3, 1}, {0, 3, 0}, {-1, 0, 0}});
+    v[8].SetSymbolInstance(
+        V_SYMBOL_INST{{1, 2, 3}, {1, 0, 0}, {0, 0, 1}, 2, 2, 2, 0.5, -7, 0x55AA, {u'S'}});
+    V_TEXT t{{1, 2, 3}, {0, 0, 1}, {1, 0, 0},           12, 3, 0.25, 0.5, 1.5, "Sans", 4,
+             3,         9,         sample_text_chars(), 1,  0};
+    v[9].SetText(t);
+    static char16_t empty[] = u"";
+    t.text = empty;
+    v[10].SetText(t);
+    v[11].SetCurve(quarter_curve());
+    List<V_POINT> pts;
+    for (int i = 0; i < 4; ++i) pts.Append(V_POINT{double(i), 1.0 / (i + 1), -double(i)});
+    EXPECT_EQ(v[12].SetPolyline(pts), st::ok);
+    V_WORKPLANE wp{};  // every byte defined, the fill included
+    wp.origin = {1, 1, 1};
+    wp.name[0] = u'W';
+    wp.id = 3;
+    wp.xaxis = {0, 1, 0};
+    wp.yaxis = {-1, 0, 0};
+    wp.zaxis = {0, 0, 1};
+    EXPECT_EQ(v[13].SetPointSet(pts, wp), st::ok);
+    EXPECT_EQ(v[13].pointset.DeletePoint(2), st::ok);
+    v[13].pointset.flags = 0xBEEF;
+    v[13].pointset.count_word = 77;
+    const int16_t codes[4] = {9, 21, -3, 300};
+    for (int k = 0; k < 4; ++k) v[14 + k].TypeSet(codes[k]);
+    EXPECT_EQ(v[18].SetPolyline(pts), st::ok);
+    v[18].polyline.Points()->Delete(2);
+    v[19].SetCurve(quarter_curve(false));
+    v[20].SetCircle(V_POINT{0, 0, 1}, -1.5, V_VECTOR{0, 1, 0});
+    return v;
 }
 
 }  // namespace testsupport
