@@ -1,48 +1,13 @@
+// The point set: ownership of its two lists, deletion marks, and its record.
 #include <kestra/kestra.h>
 #include "foundation/status.h"
+#include "io_support.h"
 #include <gtest/gtest.h>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <vector>
+
+using namespace testsupport;
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-// Little-endian bytes shifted out one by one, independent of the library's memcpy path.
-void put_le(Bytes& b, uint64_t v, int n_bytes)
-{
-    for (int i = 0; i < n_bytes; ++i) b.push_back(uint8_t(v >> (8 * i)));
-}
-void put_xyz(Bytes& b, double x, double y, double z)
-{
-    for (double d : {x, y, z}) {
-        uint64_t u;
-        std::memcpy(&u, &d, 8);
-        put_le(b, u, 8);
-    }
-}
-
-FILE* stream_of(const Bytes& b, size_t len)
-{
-    FILE* f = std::tmpfile();
-    if (len > 0) std::fwrite(b.data(), 1, len, f);
-    std::rewind(f);
-    return f;
-}
-
-Bytes record_of(const PointSet& s, short* rc = nullptr)
-{
-    FILE* f = std::tmpfile();
-    const short r = s.fwrite_bin(f);
-    if (rc) *rc = r;
-    Bytes b(size_t(std::ftell(f)));
-    std::rewind(f);
-    if (!b.empty() && std::fread(b.data(), 1, b.size(), f) != b.size()) b.clear();
-    std::fclose(f);
-    return b;
-}
 
 // Planes live in static storage: copying a record need not carry its fill bytes.
 // odd_plane: origin (1, 2, 3), name "AB", id 7, fill 0xF1..0xF6, axes y, z, x.
@@ -72,25 +37,6 @@ bool same_plane(const V_WORKPLANE& a, const V_WORKPLANE& b)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// The record's first 192 bytes for sample(), laid out field by field at their offsets.
-Bytes sample_head()
-{
-    Bytes b;
-    put_le(b, 0xBEEF, 2);
-    put_le(b, 0xFFFD, 2);  // type -3
-    put_xyz(b, 1, 2, 3);   // plane at 4: origin, name, id at 108, fill 110..115, axes
-    put_le(b, u'A', 2);
-    put_le(b, u'B', 2);
-    b.insert(b.end(), 76, 0);  // the rest of the 40 name units
-    put_le(b, 7, 2);
-    for (int i = 0; i < 6; ++i) b.push_back(uint8_t(0xF1 + i));
-    put_xyz(b, 0, 1, 0);
-    put_xyz(b, 0, 0, 1);
-    put_xyz(b, 1, 0, 0);
-    put_le(b, 0xDEADBEEFu, 4);  // count word at 188
-    return b;
-}
-
 // Points (1, 2, 3), (4, 5, 6), (7, 8, 9), the second deleted; odd plane and words.
 PointSet sample()
 {
@@ -104,87 +50,72 @@ PointSet sample()
     return s;
 }
 
-class PointSetTest : public ::testing::Test {
-protected:
-    long live_ = v_memptr_live_count();
-    void TearDown() override
-    {
-        v_memptr_fail_after(-1);
-        EXPECT_EQ(v_memptr_live_count(), live_) << "tracked blocks leaked";
-    }
-};
-
-// ----------------------------------------------------------------------------------------
-
-TEST_F(PointSetTest, ConstructAndReset_WorldFrameNoListsCountWordKept)
+// The first 192 bytes of the record of sample(): flags, type, the plane as it lies in memory
+// (fill bytes included), the count word.
+Bytes sample_head()
 {
-    PointSet s;
-    EXPECT_TRUE(s.points == nullptr && s.deleted == nullptr);
-    EXPECT_TRUE(s.flags == 0 && s.GetType() == 0 && s.count_word == 0);
-    EXPECT_TRUE(same_plane(s.plane, world()));
-    short rc;
-    EXPECT_TRUE(record_of(s, &rc).empty());  // no lists: nothing written
-    EXPECT_EQ(rc, st::bad_input);
-
-    s = sample();
-    s.Reset();
-    EXPECT_TRUE(s.points == nullptr && s.deleted == nullptr);
-    EXPECT_TRUE(s.flags == 0 && s.type == 0);
-    EXPECT_TRUE(same_plane(s.plane, world()));
-    EXPECT_EQ(s.count_word, 0xDEADBEEFu);
+    Bytes b = {0xEF, 0xBE, 0xFD, 0xFF};  // flags 0xBEEF, type -3
+    const auto* plane = reinterpret_cast<const unsigned char*>(&odd_plane());
+    b.insert(b.end(), plane, plane + 184);
+    put_le(b, 0xDEADBEEFu, 4);
+    return b;
 }
 
-TEST_F(PointSetTest, CopyAndMove_CarryEveryField)
+using PointSetTest = LeakFree;
+
+}  // namespace
+
+TEST_F(PointSetTest, Ownership_CopyCarriesEveryFieldMoveAndResetLeaveTheWorldFrame)
 {
+    PointSet fresh;
+    EXPECT_TRUE(fresh.points == nullptr && fresh.deleted == nullptr);
+    EXPECT_TRUE(fresh.flags == 0 && fresh.GetType() == 0 && fresh.count_word == 0);
+    EXPECT_TRUE(same_plane(fresh.plane, world()));
+    ASSERT_EQ(fresh.Append(V_POINT{0, 0, 0}), st::ok);
+    EXPECT_EQ(record_of(fresh).size(), 200u + 24);  // Append makes both lists
+
     const PointSet a = sample();
     const Bytes rec = record_of(a);
     PointSet b(a);
     EXPECT_TRUE(b.points != a.points && b.deleted != a.deleted);
     EXPECT_TRUE(same_plane(b.plane, odd_plane()));
     EXPECT_EQ(record_of(b), rec);  // words, plane, points and positions
-
-    PointSet c;
-    c.Append(V_POINT{0, 0, 0});
-    c = b;
-    c = c;
-    EXPECT_EQ(record_of(c), rec);
-
+    fresh = b;
+    fresh = *&fresh;
+    EXPECT_EQ(record_of(fresh), rec);
     List<V_POINT>* pts = b.points;
     PointSet d(std::move(b));
     EXPECT_EQ(d.points, pts);
-    EXPECT_TRUE(b.points == nullptr && b.deleted == nullptr && b.flags == 0);
-    EXPECT_TRUE(same_plane(b.plane, world()));
-    EXPECT_EQ(b.count_word, 0xDEADBEEFu);  // left as a reset leaves it
-    c = std::move(d);
-    EXPECT_EQ(c.points, pts);
-    EXPECT_EQ(record_of(c), rec);
+    fresh = std::move(d);
+    EXPECT_EQ(fresh.points, pts);
+    EXPECT_EQ(record_of(fresh), rec);
+    fresh.Reset();
+    for (const PointSet* s : {&b, &d, &fresh}) {  // moved from or reset: count word kept
+        EXPECT_TRUE(s->points == nullptr && s->deleted == nullptr);
+        EXPECT_TRUE(s->flags == 0 && s->type == 0 && s->count_word == 0xDEADBEEFu);
+        EXPECT_TRUE(same_plane(s->plane, world()));
+    }
 }
 
-TEST_F(PointSetTest, Create_StoresWorldPointsClosedUpWithThePlane)
+TEST_F(PointSetTest, Building_CreateAndSetPointSetReplaceListsOrLeaveTheSet)
 {
     List<V_POINT> src(5);
     src.Put(2, V_POINT{10, 20, 30});
     src.Put(3, V_POINT{-1, 0, 0});
     PointSet s = sample();
     ASSERT_EQ(s.Create(src, odd_plane()), st::ok);
-    EXPECT_EQ(s.Count(), 2u);
-    EXPECT_EQ(s.GetDeletedPointsNum(), 0u);
+    EXPECT_TRUE(s.Count() == 2 && s.points->grow_by == 5 && s.GetDeletedPointsNum() == 0);
     V_POINT p;
     ASSERT_EQ(s.Get_Point(1, &p), st::ok);
     EXPECT_EQ(p.y, 20.0);  // as given: not moved into the plane
     EXPECT_TRUE(same_plane(s.plane, odd_plane()));
     EXPECT_TRUE(s.type == -3 && s.flags == 0xBEEF);
-
     v_memptr_fail_after(0);
     EXPECT_EQ(s.Create(List<V_POINT>(), world()), st::no_memory);
     v_memptr_fail_after(-1);
     EXPECT_EQ(s.Count(), 2u);
     EXPECT_TRUE(same_plane(s.plane, odd_plane()));
-}
 
-TEST_F(PointSetTest, SetPointSet_EmptyListsOfTheGivenRoom)
-{
-    PointSet s = sample();
     ASSERT_EQ(s.SetPointSet(50, 4), st::ok);
     EXPECT_TRUE(s.points->capacity == 50 && s.points->grow_by == 50);
     EXPECT_TRUE(s.deleted->capacity == 4 && s.deleted->grow_by == 10);
@@ -194,19 +125,6 @@ TEST_F(PointSetTest, SetPointSet_EmptyListsOfTheGivenRoom)
     EXPECT_EQ(s.SetPointSet(7, 7), st::no_memory);
     v_memptr_fail_after(-1);
     EXPECT_EQ(s.points->capacity, 50u);
-
-    // The smallest writable set: 200 bytes, read back without a points list.
-    ASSERT_EQ(s.SetPointSet(0, 0), st::ok);
-    Bytes want = sample_head();
-    put_le(want, 0, 8);
-    EXPECT_EQ(record_of(s), want);
-    PointSet back;
-    unsigned char* cur = want.data();
-    ASSERT_EQ(back.fread_bin(cur), st::ok);
-    EXPECT_EQ(cur, want.data() + 200);
-    EXPECT_EQ(back.points, nullptr);
-    ASSERT_NE(back.deleted, nullptr);  // always made
-    EXPECT_EQ(back.deleted->grow_by, 10u);
 }
 
 TEST_F(PointSetTest, DeletePoint_MarksPositionsThatUndeleteBringsBack)
@@ -227,112 +145,84 @@ TEST_F(PointSetTest, DeletePoint_MarksPositionsThatUndeleteBringsBack)
     EXPECT_EQ(PointSet().DeletePoint(1), st::bad_input);
 }
 
-// ----------------------------------------------------------------------------------------
+// --- record ---
 
 TEST_F(PointSetTest, Record_MatchesHandBuiltBytesAndRoundTripsBitForBit)
 {
     PointSet s = sample();
     s.points->Delete(1);  // a free slot is skipped
     Bytes want = sample_head();
-    ASSERT_EQ(want.size(), 192u);
     put_le(want, 2, 4);
     put_xyz(want, 4, 5, 6);
     put_xyz(want, 7, 8, 9);
     put_le(want, 1, 4);
     put_le(want, 2, 4);
-    short rc;
-    const Bytes got = record_of(s, &rc);
-    ASSERT_EQ(rc, st::ok);
-    ASSERT_EQ(got, want);
+    ASSERT_EQ(record_of(s), want);
+    expect_round_trip(want, sample, [&](const PointSet& r) {
+        EXPECT_TRUE(same_plane(r.plane, odd_plane()));  // fill bytes carried unchanged
+        EXPECT_TRUE(r.points->grow_by == 10 && r.points->capacity == 10);
+        EXPECT_TRUE(r.IsDeleted(2));
+        EXPECT_EQ(record_of(r), want);
+    });
+    // The smallest writable set: 200 bytes, read back without a points list.
+    ASSERT_EQ(s.SetPointSet(0, 0), st::ok);
+    want = sample_head();
+    put_le(want, 0, 8);
+    EXPECT_EQ(record_of(s), want);
+    expect_round_trip(want, sample, [](const PointSet& r) {
+        EXPECT_EQ(r.points, nullptr);
+        ASSERT_NE(r.deleted, nullptr);  // always made
+        EXPECT_EQ(r.deleted->grow_by, 10u);
+    });
 
-    FILE* f = stream_of(got, got.size());
-    PointSet back;
-    back.Append(V_POINT{0, 0, 0});
-    ASSERT_EQ(back.fread_bin(f), st::ok);
-    std::fclose(f);
-    EXPECT_TRUE(same_plane(back.plane, odd_plane()));  // fill bytes carried unchanged
-    EXPECT_TRUE(back.points->grow_by == 10 && back.points->capacity == 10);
-    EXPECT_EQ(record_of(back), got);
-
-    unsigned char* cur = want.data();
-    PointSet mem;
-    ASSERT_EQ(mem.fread_bin(cur), st::ok);
-    EXPECT_EQ(cur, want.data() + want.size());
-    EXPECT_EQ(record_of(mem), got);
-    EXPECT_TRUE(mem.IsDeleted(2));
-}
-
-TEST_F(PointSetTest, Write_RefusesMissingListsWidePositionsAndNullStream)
-{
-    PointSet s = sample();
+    short rc;  // no lists, a position beyond 32 bits, a null stream
+    EXPECT_TRUE(record_of(PointSet(), &rc).empty());
+    EXPECT_EQ(rc, st::bad_input);
     List<unsigned long>* d = s.deleted;
     s.deleted = nullptr;
-    EXPECT_TRUE(record_of(s).empty());
+    EXPECT_TRUE(record_of(s, &rc).empty());
+    EXPECT_EQ(rc, st::bad_input);
     s.deleted = d;
-    s.deleted->Append(0x100000000ul);  // beyond the record's 32 bits
-    short rc;
+    s.deleted->Append(0x100000000ul);
     record_of(s, &rc);
     EXPECT_EQ(rc, st::bad_input);
     EXPECT_EQ(s.fwrite_bin(nullptr), st::bad_input);
 }
 
-TEST_F(PointSetTest, Read_TruncatedAtEveryByteGives110AndKeepsWhatWasRead)
+TEST_F(PointSetTest, Read_TruncatedHugeCountsOrNoMemoryGive110AndKeepWhatWasRead)
 {
-    const Bytes b = record_of(sample());  // 196 + 72 + 4 + 4 bytes
-    ASSERT_EQ(b.size(), 276u);
-    for (size_t len = 0; len < b.size(); ++len) {
-        FILE* f = stream_of(b, len);
+    PointSet src = sample();
+    ASSERT_EQ(src.DeletePoint(3), st::ok);
+    const Bytes rec = record_of(src);  // 196 + 72 + 4 + 8 bytes
+    ASSERT_EQ(rec.size(), 280u);
+    for_each_cut(rec, [](FILE* f, size_t cut) {
         PointSet s;
-        EXPECT_EQ(s.fread_bin(f), st::bad_input) << len;
-        std::fclose(f);
-        EXPECT_EQ(s.count_word, len >= 192 ? 0xDEADBEEFu : 0u) << len;
-        const size_t whole = len < 196 ? 0 : (len - 196) / 24;
-        EXPECT_EQ(s.Count(), whole < 3 ? whole : 3) << len;
-        EXPECT_EQ(s.deleted != nullptr, len >= 272) << len;  // cut inside the positions
+        EXPECT_EQ(s.fread_bin(f), st::bad_input);
+        EXPECT_EQ(s.count_word, cut >= 192 ? 0xDEADBEEFu : 0u);
+        const size_t whole = cut < 196 ? 0 : (cut - 196) / 24;
+        EXPECT_EQ(s.Count(), whole < 3 ? whole : 3);
+        EXPECT_EQ(s.deleted != nullptr, cut >= 272);  // cut inside the positions: none kept
         EXPECT_EQ(s.GetDeletedPointsNum(), 0u);
-    }
-}
-
-TEST_F(PointSetTest, Read_HugeCountsInTinyStreamsFailWithoutGiantAllocation)
-{
+    });
     for (int which = 0; which < 2; ++which) {  // a huge N, then a huge M
         Bytes b(192, 0);
         put_le(b, which == 0 ? 0xFFFFFFF0u : 1, 4);
         if (which == 1) put_xyz(b, 1, 2, 3);
         put_le(b, 0xFFFFFFF0u, 4);
         put_le(b, 42, 4);
-        FILE* f = stream_of(b, b.size());
         PointSet s;
-        EXPECT_EQ(s.fread_bin(f), st::bad_input);
-        std::fclose(f);
-        EXPECT_LT(v_memptr_live_bytes(), size_t(1) << 20);
+        EXPECT_LT(
+            bytes_grown_reading(b, [&](FILE* f) { EXPECT_EQ(s.fread_bin(f), st::bad_input); }),
+            size_t(1) << 20);
         EXPECT_EQ(s.Count(), unsigned(which));
     }
-}
-
-TEST_F(PointSetTest, Read_AllocationFailuresGive110AndLeakNothing)
-{
-    PointSet src = sample();
-    for (int i = 0; i < 1500; ++i) src.deleted->Append(10ul + i);  // past one block
+    for (int i = 0; i < 1500; ++i) src.deleted->Append(10ul + 65536ul * i);  // past one block
     for (int i = 0; i < 2000; ++i) src.Append(V_POINT{double(i), 0, 0});
-    const Bytes b = record_of(src);
-    for (int form = 0; form < 2; ++form) {
-        short rc = st::bad_input;
-        for (long n = 0; n < 40 && rc != st::ok; ++n) {
-            PointSet s;
-            FILE* f = stream_of(b, b.size());
-            unsigned char* cur = const_cast<unsigned char*>(b.data());
-            v_memptr_fail_after(n);
-            rc = form == 0 ? s.fread_bin(f) : s.fread_bin(cur);
-            v_memptr_fail_after(-1);
-            std::fclose(f);
-            EXPECT_TRUE(rc == st::ok || rc == st::bad_input);
-            if (rc == st::ok) {
-                EXPECT_EQ(record_of(s), b);
-            }
+    const Bytes big = record_of(src);
+    read_with_failing_allocations<PointSet>(big, 40, [&](const PointSet& s, short rc) {
+        EXPECT_TRUE(rc == st::ok || rc == st::bad_input);
+        if (rc == st::ok) {
+            EXPECT_EQ(record_of(s), big);
         }
-        EXPECT_EQ(rc, st::ok) << "form " << form;
-    }
+    });
 }
-
-}  // namespace
