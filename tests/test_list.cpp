@@ -1,19 +1,11 @@
-#include <kestra/kestra.h>
-#include <gtest/gtest.h>
-#include <cstring>
+// List<T>: growth, failure paths, copies and moves, item lifetimes, contracts.
+#include "base_support.h"
+
+using namespace basetest;
 
 namespace {
 
-// Every test must leave the tracked allocator as it found it and switch injection off.
-class ListTest : public ::testing::Test {
-protected:
-    long live_before_ = v_memptr_live_count();
-    void TearDown() override
-    {
-        v_memptr_fail_after(-1);
-        EXPECT_EQ(v_memptr_live_count(), live_before_) << "tracked blocks leaked";
-    }
-};
+using ListTest = AllocFixture;
 
 // An item with a destructor that counts living instances; it holds only scalars, so it
 // may be moved bytewise by the list's reallocation.
@@ -27,6 +19,7 @@ struct Counted {
 };
 int Counted::alive = 0;
 
+// Items 10, 20, ... at positions 1 .. n.
 template <class T> List<T> filled(uint32_t grow_by, uint32_t n)
 {
     List<T> l(grow_by);
@@ -36,92 +29,55 @@ template <class T> List<T> filled(uint32_t grow_by, uint32_t n)
 
 }  // namespace
 
-// --- construction and growth ---
+// --- growth ---
 
-TEST_F(ListTest, DefaultConstruction_EmptyWithGrowBy16)
+TEST_F(ListTest, Growth_ByTenthOrGrowByAtLeastToPositionNewSlotsZeroAndUnset)
 {
-    List<double> l;
-    EXPECT_EQ(l.items, nullptr);
-    EXPECT_EQ(l.set, nullptr);
-    EXPECT_EQ(l.grow_by, 16u);
-    EXPECT_EQ(l.capacity, 0u);
-    EXPECT_EQ(l.next, 1u);
-    EXPECT_EQ(l.Count(), 0u);
-    double out = 7;
-    EXPECT_FALSE(l.Get(1, &out));
-    EXPECT_EQ(out, 7);  // untouched on failure
-}
-
-TEST_F(ListTest, PutPastEnd_GrowsToPositionAndLeavesHolesUnset)
-{
+    EXPECT_EQ(List<int>().grow_by, 16u);
     List<double> l(2);
-    ASSERT_TRUE(l.Put(5, 2.5));
-    // step = max(0 / 10, 2) = 2, new capacity = max(0 + 2, 5) = 5
+    ASSERT_TRUE(l.Put(5, 2.5));  // max(0 + max(0 / 10, 2), 5) = 5
     EXPECT_EQ(l.capacity, 5u);
-    EXPECT_EQ(l.next, 6u);
     EXPECT_EQ(l.Count(), 5u);
     EXPECT_EQ(l.CountSet(), 1u);
-    for (uint32_t k = 1; k <= 4; ++k) {
-        EXPECT_FALSE(l.IsSet(k)) << k;
-        EXPECT_EQ(l.GetPtr(k), nullptr) << k;
-    }
-    double out = 0;
-    EXPECT_FALSE(l.Get(3, &out));
+    double out = 7;
+    for (uint32_t k = 1; k <= 4; ++k) EXPECT_TRUE(l.GetPtr(k) == nullptr && !l.Get(k, &out));
+    EXPECT_EQ(out, 7);  // untouched on failure
     ASSERT_TRUE(l.Get(5, &out));
     EXPECT_EQ(out, 2.5);
-    // Filling a hole below next leaves next alone.
-    ASSERT_TRUE(l.Put(2, 1.0));
+    ASSERT_TRUE(l.Put(2, 1.0));  // a hole below next leaves next alone
     EXPECT_EQ(l.next, 6u);
-    EXPECT_EQ(l.CountSet(), 2u);
-}
-
-TEST_F(ListTest, AppendToFullList_GrowsByTenthOrGrowBy)
-{
-    List<int> big(2);
-    ASSERT_TRUE(big.Reserve(100));
-    for (int i = 1; i <= 100; ++i) ASSERT_TRUE(big.Append(i));
-    EXPECT_EQ(big.capacity, 100u);
-    ASSERT_TRUE(big.Append(101));
-    EXPECT_EQ(big.capacity, 110u);  // a tenth of 100 beats grow_by 2
-
-    List<int> small(16);
-    ASSERT_TRUE(small.Reserve(10));
-    for (int i = 1; i <= 11; ++i) ASSERT_TRUE(small.Append(i));
-    EXPECT_EQ(small.capacity, 26u);  // grow_by 16 beats a tenth of 10
-
-    // grow_by 4 from empty: 4, 8, ... 40 while a tenth is below 4, then 44, 48, 52.
-    List<int> seq(4);
-    for (int i = 1; i <= 50; ++i) ASSERT_TRUE(seq.Append(i));
-    EXPECT_EQ(seq.capacity, 52u);
-    for (uint32_t k = 1; k <= 50; ++k) EXPECT_EQ(seq[k], static_cast<int>(k));
-}
-
-TEST_F(ListTest, Reserve_ZeroFillsNewSlotsAndKeepsItems)
-{
-    List<double> l(1);
-    ASSERT_TRUE(l.Append(4.0));
     ASSERT_TRUE(l.Reserve(8));
-    EXPECT_EQ(l.capacity, 8u);
-    EXPECT_EQ(l[1], 4.0);
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(l.items + 1);
-    for (size_t i = 0; i < 7 * sizeof(double); ++i) ASSERT_EQ(bytes[i], 0) << i;
-    for (uint32_t i = 1; i < 8; ++i) EXPECT_EQ(l.set[i], 0) << i;
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(l.items + 5);
+    for (size_t i = 0; i < 3 * sizeof(double); ++i) ASSERT_EQ(bytes[i], 0) << i;
+    for (uint32_t i = 5; i < 8; ++i) EXPECT_EQ(l.set[i], 0) << i;
     EXPECT_TRUE(l.Reserve(3));  // smaller than capacity: nothing changes
     EXPECT_EQ(l.capacity, 8u);
+
+    const struct {
+        uint32_t grow_by, reserved, appended, capacity;
+    } rows[] = {
+        {2, 100, 101, 110},  // a tenth of 100 beats grow_by 2
+        {16, 10, 11, 26},    // grow_by 16 beats a tenth of 10
+        {4, 0, 50, 52},      // 4, 8, ... 40 while a tenth is below 4, then 44, 48, 52
+    };
+    for (const auto& r : rows) {
+        List<int> g(r.grow_by);
+        ASSERT_TRUE(g.Reserve(r.reserved));
+        for (uint32_t i = 1; i <= r.appended; ++i) ASSERT_TRUE(g.Append(static_cast<int>(i)));
+        EXPECT_EQ(g.capacity, r.capacity);
+        for (uint32_t k = 1; k <= r.appended; ++k) ASSERT_EQ(g[k], static_cast<int>(k));
+    }
 }
 
 TEST_F(ListTest, AppendOwnItemDuringGrowth_CopiesTheValue)
 {
+    // The reference points into storage that the growth reallocates; class items and
+    // trivially copyable records take different paths through the growth.
     List<Counted> l(1);
     ASSERT_TRUE(l.Append(Counted(42)));
-    EXPECT_EQ(l.capacity, 1u);
-    // The reference points into storage that the growth reallocates.
     for (int i = 0; i < 20; ++i) ASSERT_TRUE(l.Append(l[1]));
-    for (uint32_t k = 1; k <= 21; ++k) EXPECT_EQ(l[k].v, 42) << k;
     ASSERT_TRUE(l.Put(100, l[2]));
-    EXPECT_EQ(l[100].v, 42);
-
-    // Records and scalars take another path through the growth.
+    for (uint32_t k : {2u, 21u, 100u}) EXPECT_EQ(l[k].v, 42) << k;
     List<V_POINT> pts(1);
     ASSERT_TRUE(pts.Append(V_POINT{1, 2, 3}));
     for (int i = 0; i < 20; ++i) ASSERT_TRUE(pts.Append(pts[pts.Count()]));
@@ -136,22 +92,22 @@ TEST_F(ListTest, GrowthFailure_LeavesListEmptyAndReleasesEverything)
     Counted::alive = 0;
     for (long allowed = 0; allowed <= 1; ++allowed) {
         // allowed 0: the item block fails; 1: the item block grows, the flag block fails.
-        List<Counted> l(2);
-        for (int i = 1; i <= 4; ++i) ASSERT_TRUE(l.Append(Counted(i)));
+        List<Counted> l = filled<Counted>(2, 4);
         ASSERT_EQ(l.capacity, 4u);
         const long live = v_memptr_live_count();
         v_memptr_fail_after(allowed);
         EXPECT_FALSE(l.Append(Counted(5)));
         v_memptr_fail_after(-1);
-        EXPECT_EQ(l.next, 1u);
-        EXPECT_EQ(l.capacity, 0u);
-        EXPECT_EQ(l.items, nullptr);
-        EXPECT_EQ(l.set, nullptr);
+        EXPECT_TRUE(l.next == 1 && l.capacity == 0 && l.items == nullptr && l.set == nullptr);
         EXPECT_EQ(Counted::alive, 0) << "items were not destroyed";
         EXPECT_EQ(v_memptr_live_count(), live - 2);
-        // The emptied list is usable again.
-        EXPECT_TRUE(l.Append(Counted(7)));
+        EXPECT_TRUE(l.Append(Counted(7)));  // the emptied list is usable again
         EXPECT_EQ(l[1].v, 7);
+        List<int> ints = filled<int>(2, 4);  // records take another path through the growth
+        v_memptr_fail_after(allowed);
+        EXPECT_FALSE(ints.Put(5, 5));
+        v_memptr_fail_after(-1);
+        EXPECT_TRUE(ints.next == 1 && ints.capacity == 0 && ints.items == nullptr);
     }
 }
 
@@ -160,17 +116,14 @@ TEST_F(ListTest, RefusedInsertions_ChangeNothing)
     List<int> empty;
     EXPECT_FALSE(empty.Put(0, 1));
     EXPECT_FALSE(empty.Put(UINT32_MAX, 1));  // next could not move past it
-    EXPECT_EQ(empty.capacity, 0u);
-    EXPECT_EQ(empty.next, 1u);
-
+    EXPECT_TRUE(empty.capacity == 0 && empty.next == 1);
     // A broken list (next 0) refuses everything.
     List<int> l = filled<int>(4, 3);
-    const uint32_t capacity = l.capacity;
     l.next = 0;
     EXPECT_FALSE(l.Append(1));
     EXPECT_FALSE(l.Put(1, 1));
     EXPECT_FALSE(l.Put(50, 1));
-    EXPECT_EQ(l.capacity, capacity);
+    EXPECT_EQ(l.capacity, 4u);
     EXPECT_EQ(l.Count(), 0u);
     EXPECT_FALSE(l.IsSet(1));  // k < next never holds
     l.Clear();                 // Clear restores a usable empty list
@@ -180,72 +133,49 @@ TEST_F(ListTest, RefusedInsertions_ChangeNothing)
 
 // --- copy and move ---
 
-TEST_F(ListTest, Copy_KeepsCapacityCountHolesAndIsIndependent)
-{
-    List<int> src(3);
-    ASSERT_TRUE(src.Reserve(50));
-    ASSERT_TRUE(src.Append(1));
-    ASSERT_TRUE(src.Append(2));
-    ASSERT_TRUE(src.Append(3));
-    src.Delete(2);
-    List<int> copy(src);
-    EXPECT_EQ(copy.capacity, 50u);
-    EXPECT_EQ(copy.Count(), 3u);
-    EXPECT_EQ(copy.grow_by, 3u);
-    EXPECT_NE(copy.items, src.items);
-    EXPECT_EQ(copy[1], 1);
-    EXPECT_FALSE(copy.IsSet(2));
-    EXPECT_EQ(copy[3], 3);
-    copy[1] = 100;
-    EXPECT_EQ(src[1], 1);
-
-    List<int> empty_src(7);
-    List<int> empty_copy(empty_src);
-    EXPECT_EQ(empty_copy.capacity, 0u);
-    EXPECT_EQ(empty_copy.items, nullptr);
-    EXPECT_EQ(empty_copy.grow_by, 7u);
-}
-
-TEST_F(ListTest, CopyAssignment_ReplacesContentsAndDestroysOldItems)
+TEST_F(ListTest, Copy_KeepsCapacityCountHolesGrowByAndIsIndependent)
 {
     Counted::alive = 0;
     {
+        List<Counted> src = filled<Counted>(3, 3);
+        ASSERT_TRUE(src.Reserve(50));
+        src.Delete(2);
+        List<Counted> copy(src);
+        EXPECT_TRUE(copy.capacity == 50 && copy.Count() == 3 && copy.grow_by == 3);
+        EXPECT_TRUE(copy[1].v == 10 && !copy.IsSet(2) && copy[3].v == 30);
+        copy[1].v = 100;
+        EXPECT_EQ(src[1].v, 10);
+        const List<Counted> empty_src(7);
+        List<Counted> empty_copy(empty_src);
+        EXPECT_TRUE(empty_copy.items == nullptr && empty_copy.grow_by == 7);
+
         List<Counted> a = filled<Counted>(2, 5);
-        List<Counted> b = filled<Counted>(9, 2);
-        EXPECT_EQ(Counted::alive, 7);
-        a = b;
-        EXPECT_EQ(Counted::alive, 4);
-        EXPECT_EQ(a.Count(), 2u);
-        EXPECT_EQ(a.grow_by, 9u);
-        EXPECT_EQ(a.capacity, b.capacity);
-        EXPECT_EQ(a[2].v, 20);
+        EXPECT_EQ(Counted::alive, 9);
+        a = copy;  // a's five items are destroyed, two copied
+        EXPECT_EQ(Counted::alive, 6);
+        EXPECT_TRUE(a.Count() == 3 && a.grow_by == 3 && a.capacity == 50 && a[1].v == 100);
         const List<Counted>& same = a;
         a = same;  // self-assignment keeps everything
-        EXPECT_EQ(a[1].v, 10);
+        EXPECT_EQ(a[3].v, 30);
     }
     EXPECT_EQ(Counted::alive, 0);
 }
 
-TEST_F(ListTest, Move_LeavesSourceEmptyKeepingGrowBy)
+TEST_F(ListTest, Move_TakesStorageAndLeavesSourceEmptyKeepingGrowBy)
 {
     Counted::alive = 0;
     {
         List<Counted> src = filled<Counted>(5, 3);
+        Counted* const storage = src.items;
         List<Counted> dst(std::move(src));
-        EXPECT_EQ(src.Count(), 0u);
-        EXPECT_EQ(src.capacity, 0u);
-        EXPECT_EQ(src.items, nullptr);
+        EXPECT_TRUE(src.Count() == 0 && src.capacity == 0 && src.items == nullptr);
         EXPECT_EQ(src.grow_by, 5u);
-        EXPECT_EQ(dst.Count(), 3u);
-        EXPECT_EQ(dst[3].v, 30);
-
+        EXPECT_TRUE(dst.items == storage && dst.Count() == 3 && dst[3].v == 30);
         List<Counted> target = filled<Counted>(11, 4);
         EXPECT_EQ(Counted::alive, 7);
         target = std::move(dst);  // target's own four items are destroyed
         EXPECT_EQ(Counted::alive, 3);
-        EXPECT_EQ(target.grow_by, 5u);
-        EXPECT_EQ(dst.capacity, 0u);
-        EXPECT_EQ(dst.next, 1u);
+        EXPECT_TRUE(target.grow_by == 5 && dst.capacity == 0 && dst.next == 1);
         List<Counted>& alias = target;
         target = std::move(alias);  // self-move keeps everything
         EXPECT_EQ(target.Count(), 3u);
@@ -253,57 +183,22 @@ TEST_F(ListTest, Move_LeavesSourceEmptyKeepingGrowBy)
     EXPECT_EQ(Counted::alive, 0);
 }
 
-// --- access, deletion, clearing ---
+// --- deletion, clearing, heap objects, contracts ---
 
 TEST_F(ListTest, DeletePutAndClear_ManageItemLifetimes)
 {
     Counted::alive = 0;
     List<Counted> l = filled<Counted>(4, 4);
     l.Delete(2);
-    EXPECT_EQ(Counted::alive, 3);
-    EXPECT_FALSE(l.IsSet(2));
-    EXPECT_EQ(l.next, 5u);
-    EXPECT_EQ(l.CountSet(), 3u);
-    l.Delete(2);  // already a hole
-    l.Delete(9);  // past next
-    l.Delete(0);
-    EXPECT_EQ(Counted::alive, 3);
+    for (uint32_t k : {2u, 9u, 0u}) l.Delete(k);  // a hole, past next, 0: ignored
+    EXPECT_TRUE(Counted::alive == 3 && !l.IsSet(2) && l.next == 5 && l.CountSet() == 3);
     ASSERT_TRUE(l.Put(2, Counted(77)));  // fills the hole: a new instance
     EXPECT_EQ(Counted::alive, 4);
     ASSERT_TRUE(l.Put(2, Counted(78)));  // over an item: assigned, no new instance
-    EXPECT_EQ(Counted::alive, 4);
-    EXPECT_EQ(l[2].v, 78);
-
-    const uint32_t capacity = l.capacity;
+    EXPECT_TRUE(Counted::alive == 4 && l[2].v == 78);
     l.Clear();
-    EXPECT_EQ(Counted::alive, 0);
-    EXPECT_EQ(l.next, 1u);
-    EXPECT_EQ(l.capacity, capacity);
-    EXPECT_EQ(l.CountSet(), 0u);
+    EXPECT_TRUE(Counted::alive == 0 && l.next == 1 && l.capacity == 4 && l.CountSet() == 0);
 }
-
-TEST(ListDeathTest, IndexOfUnsetPosition_IsContractViolation)
-{
-    List<int> l;
-    ASSERT_TRUE(l.Put(3, 1));
-    EXPECT_DEATH(l[2]++, "assertion failed in list\\.h line [0-9]+");
-    EXPECT_DEATH(l[0]++, "assertion failed in list\\.h line");
-    EXPECT_DEATH(l[4]++, "assertion failed in list\\.h line");
-}
-
-TEST(ListDeathTest, CopyWithoutMemory_IsContractViolation)
-{
-    List<int> l;
-    ASSERT_TRUE(l.Append(1));
-    EXPECT_DEATH(
-        {
-            v_memptr_fail_after(0);
-            List<int> copy(l);
-        },
-        "assertion failed in list\\.h line");
-}
-
-// --- tracked heap objects ---
 
 TEST_F(ListTest, TrackedNew_ForwardsArgumentsAndCountsTheBlock)
 {
@@ -315,8 +210,19 @@ TEST_F(ListTest, TrackedNew_ForwardsArgumentsAndCountsTheBlock)
     EXPECT_EQ(v_memptr_live_count(), live + 3);  // object, items, flags
     kestra::detail::tracked_delete(p);
     EXPECT_EQ(v_memptr_live_count(), live);
-    kestra::detail::tracked_delete<List<double>>(nullptr);
-
     v_memptr_fail_after(0);
     EXPECT_EQ(kestra::detail::tracked_new<List<double>>(), nullptr);
+}
+
+TEST(ListDeathTest, UnsetIndexOrCopyWithoutMemory_IsContractViolation)
+{
+    List<int> l;
+    ASSERT_TRUE(l.Put(3, 1));
+    for (uint32_t k : {0u, 2u, 4u}) EXPECT_DEATH(l[k]++, "assertion failed in list\\.h line");
+    EXPECT_DEATH(
+        {
+            v_memptr_fail_after(0);
+            List<int> copy(l);
+        },
+        "assertion failed in list\\.h line");
 }

@@ -1,323 +1,178 @@
 // Point and vector comparisons, vector algebra and the point of an ellipse.
-#include "foundation/vector_algebra.h"
-#include "foundation/status.h"
-#include <gtest/gtest.h>
+#include "base_support.h"
 #include <cfloat>
-#include <cmath>
-#include <limits>
 
-namespace {
+using namespace basetest;
 
-const double kNaN = std::numeric_limits<double>::quiet_NaN();
-const double kInf = std::numeric_limits<double>::infinity();
-const double kPi = std::acos(-1.0);
+// --- comparisons ---
 
-class TolFixture : public ::testing::Test {
-protected:
-    V_TOLERANCE saved_ = tavotoll;
-    void TearDown() override { tavotoll = saved_; }
-};
-
-void expect_vector_near(const V_VECTOR& v, double x, double y, double z, double tol = 1e-14)
+TEST_F(TolFixture, PointEquality_BelowTolerancePointOnlyReadAtCallTime)
 {
-    EXPECT_NEAR(v.x, x, tol);
-    EXPECT_NEAR(v.y, y, tol);
-    EXPECT_NEAR(v.z, z, tol);
-}
-
-double len(const V_VECTOR& v)
-{
-    return std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-}
-
-}  // namespace
-
-// --- point comparisons ---
-
-TEST_F(TolFixture, PointEquality_BelowTolerancePointOnly)
-{
-    const V_POINT a{1.0, 2.0, 3.0};
-    EXPECT_TRUE((a == V_POINT{1.0 + 9e-9, 2.0, 3.0}));
-    // 6e-9 in each coordinate is about 1.04e-8 apart: no longer equal.
-    EXPECT_FALSE((a == V_POINT{1.0 + 6e-9, 2.0 + 6e-9, 3.0 + 6e-9}));
-    EXPECT_TRUE((a != V_POINT{1.0 + 6e-9, 2.0 + 6e-9, 3.0 + 6e-9}));
-    // Exactly the tolerance apart: the filter keeps the tie, so the points differ.
-    EXPECT_FALSE((V_POINT{0, 0, 0} == V_POINT{1e-8, 0, 0}));
-    EXPECT_TRUE((V_POINT{0, 0, 0} == V_POINT{0, 0, 0}));
-    const V_POINT n{kNaN, 0, 0};
-    EXPECT_FALSE(n == n);
-    EXPECT_TRUE(n != n);
-}
-
-TEST_F(TolFixture, PointEquality_ReadsToleranceAtCallTime)
-{
-    const V_POINT a{0, 0, 0}, b{5e-7, 0, 0};
-    EXPECT_FALSE(a == b);
+    const V_POINT o{0, 0, 0}, a{1, 2, 3}, n{kNaN, 0, 0};
+    expect_rows({{a == V_POINT{1 + 9e-9, 2, 3}, true, "9e-9 apart"},
+                 {a == V_POINT{1 + 6e-9, 2 + 6e-9, 3 + 6e-9}, false, "1.04e-8 apart"},
+                 {a != V_POINT{1 + 6e-9, 2 + 6e-9, 3 + 6e-9}, true, "negation"},
+                 {o == V_POINT{1e-8, 0, 0}, false, "the filter keeps the tie: different"},
+                 {n == n, false, "NaN"},
+                 {n != n, true, "NaN"},
+                 {o == V_POINT{5e-7, 0, 0}, false, "default tolerance"}});
     tavotoll.point = 1e-6;
-    EXPECT_TRUE(a == b);
-    EXPECT_FALSE(a != b);
-    tavotoll.angle = 1.0;  // not read by point equality
-    tavotoll.point = 1e-8;
-    EXPECT_FALSE(a == b);
+    tavotoll.angle = 1e-30;  // not read
+    expect_rows({{o == V_POINT{5e-7, 0, 0}, true, "new tolerance at the next call"}});
 }
 
 TEST(PointOrder, LessNeedsAllThreeStrictlyGreaterAndGreaterIsItsNegation)
 {
-    const V_POINT a{0, 0, 0};
-    const V_POINT b{1, 1, 0};
-    const V_POINT c{1, 1, 1};
-    EXPECT_FALSE(a < b);  // z is not greater
-    EXPECT_TRUE(a > b);   // so a > b, although a is not beyond b anywhere
-    EXPECT_FALSE(b < a);
-    EXPECT_TRUE(b > a);  // both a > b and b > a hold
-    EXPECT_TRUE(a < c);
-    EXPECT_FALSE(a > c);
-    EXPECT_FALSE(c < a);
-    EXPECT_TRUE(c > a);
-    // A point is "greater" than itself and not less.
-    EXPECT_FALSE(a < a);
-    EXPECT_TRUE(a > a);
-    // No tolerance: a difference of 1e-15 counts.
-    EXPECT_TRUE((a < V_POINT{1e-15, 1e-15, 1e-15}));
+    const V_POINT a{0, 0, 0}, b{1, 1, 0}, c{1, 1, 1};
+    expect_rows({{a < b, false, "z is not greater"},
+                 {a > b, true, "so a > b, though a is beyond b nowhere"},
+                 {b > a, true, "and b > a as well"},
+                 {a < c, true, "all three greater"},
+                 {a > c, false, "negation"},
+                 {a > a, true, "greater than itself"},
+                 {a < V_POINT{1e-15, 1e-15, 1e-15}, true, "no tolerance"}});
 }
 
-// --- vector comparisons ---
-
-TEST(VectorEquality, IgnoresLengthAndNeedsTheSameSense)
+TEST(VectorComparisons, EqualityIgnoresLengthRelationUsesRawProducts)
 {
-    EXPECT_TRUE((V_VECTOR{1, 0, 0} == V_VECTOR{5, 0, 0}));
-    EXPECT_FALSE((V_VECTOR{1, 0, 0} == V_VECTOR{-1, 0, 0}));
-    EXPECT_TRUE((V_VECTOR{1, 0, 0} != V_VECTOR{-1, 0, 0}));
-    EXPECT_FALSE((V_VECTOR{1, 0, 0} == V_VECTOR{0, 1, 0}));
-    EXPECT_FALSE((V_VECTOR{1, 0, 0} == V_VECTOR{1, 1, 0}));
-    // Within 1e-6 rad (unit vectors): 1e-7 rad apart is equal, 1e-5 rad is not.
-    EXPECT_TRUE((V_VECTOR{1, 0, 0} == V_VECTOR{std::cos(1e-7), std::sin(1e-7), 0}));
-    EXPECT_FALSE((V_VECTOR{1, 0, 0} == V_VECTOR{std::cos(1e-5), std::sin(1e-5), 0}));
-    const V_VECTOR zero{0, 0, 0};
-    EXPECT_FALSE(zero == zero);  // a zero dot product reads as perpendicular
-    EXPECT_TRUE((V_VECTOR{kNaN, 0, 0} != V_VECTOR{kNaN, 0, 0}));
-}
-
-TEST(VectorRelation, ClassifiesAndScalesWithLengths)
-{
-    const V_VECTOR x{1, 0, 0};
-    EXPECT_EQ(vector_relation(x, V_VECTOR{0, 3, 0}, 1e-6, 1e-6), 2);
-    EXPECT_EQ(vector_relation(x, V_VECTOR{1, 1, 0}, 1e-6, 1e-6), 3);
-    EXPECT_EQ(vector_relation(x, V_VECTOR{2, 0, 0}, 1e-6, 1e-6), 1);
-    EXPECT_EQ(vector_relation(x, V_VECTOR{-2, 0, 0}, 1e-6, 1e-6), -1);
-    // Raw products: (1,0,0).(0.5,1,0) = 0.5 is not below 0.1, but a tenth of x gives 0.05.
-    EXPECT_EQ(vector_relation(x, V_VECTOR{0.5, 1, 0}, 0.1, 1e-6), 3);
-    EXPECT_EQ(vector_relation(V_VECTOR{0.1, 0, 0}, V_VECTOR{0.5, 1, 0}, 0.1, 1e-6), 2);
-    // |x cross (1, 0.5, 0)| = 0.5: oblique under sin_tol 0.5 (not below), parallel above.
-    EXPECT_EQ(vector_relation(x, V_VECTOR{1, 0.5, 0}, 1e-6, 0.5), 3);
-    EXPECT_EQ(vector_relation(x, V_VECTOR{1, 0.5, 0}, 1e-6, 0.51), 1);
-    EXPECT_EQ(vector_relation(x, V_VECTOR{-1, 0.5, 0}, 1e-6, 0.51), -1);
-    // NaN fails every comparison: not perpendicular, not parallel.
-    EXPECT_EQ(vector_relation(x, V_VECTOR{kNaN, 0, 0}, 1e-6, 1e-6), 3);
+    const V_VECTOR x{1, 0, 0}, zero{0, 0, 0}, nan{kNaN, 0, 0};
+    expect_rows({{x == V_VECTOR{5, 0, 0}, true, "length ignored"},
+                 {x == V_VECTOR{-1, 0, 0}, false, "sense counts"},
+                 {x == V_VECTOR{1, 1, 0}, false, "oblique"},
+                 {x == V_VECTOR{std::cos(1e-7), std::sin(1e-7), 0}, true, "1e-7 rad apart"},
+                 {x == V_VECTOR{std::cos(1e-5), std::sin(1e-5), 0}, false, "1e-5 rad apart"},
+                 {zero == zero, false, "a zero dot product reads as perpendicular"},
+                 {nan != nan, true, "NaN"}});
+    expect_rows({{vector_relation(x, {0, 3, 0}, 1e-6, 1e-6), 2, "perpendicular"},
+                 {vector_relation(x, {2, 0, 0}, 1e-6, 1e-6), 1, "parallel"},
+                 {vector_relation(x, {-2, 0, 0}, 1e-6, 1e-6), -1, "antiparallel"},
+                 {vector_relation(x, {0.5, 1, 0}, 0.5, 1e-6), 3, "dot 0.5 is not below 0.5"},
+                 {vector_relation({0.1, 0, 0}, {0.5, 1, 0}, 0.1, 1e-6), 2, "dot 0.05"},
+                 {vector_relation(x, {1, 0.5, 0}, 1e-6, 0.5), 3, "|cross| 0.5 not below 0.5"},
+                 {vector_relation(x, {-1, 0.5, 0}, 1e-6, 0.51), -1, "below 0.51"},
+                 {vector_relation(x, nan, 1e-6, 1e-6), 3, "NaN fails every comparison"}});
 }
 
 // --- normalise and products ---
 
-TEST_F(TolFixture, Normalise_BoundaryReadsTheAngularTolerance)
-{
-    V_VECTOR v{1e-12, 0, 0};
-    EXPECT_EQ(normalise(&v), st::zero_vector);
-    expect_vector_near(v, 0, 0, 0, 0.0);
-    v = V_VECTOR{1e-11, 0, 0};  // exactly the tolerance: not below it
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, 1, 0, 0, 0.0);
-    // 1e-9 is far below tavotoll.point, yet a direction.
-    v = V_VECTOR{0, -1e-9, 0};
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, 0, -1, 0, 0.0);
-    v = V_VECTOR{3, 0, 4};
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, 0.6, 0, 0.8, 0.0);  // exact: 3/5 and 4/5 are correctly rounded
-    tavotoll.angle = 1.0;
-    tavotoll.point = 1e-30;
-    v = V_VECTOR{0.6, 0, 0};
-    EXPECT_EQ(normalise(&v), st::zero_vector);
-    expect_vector_near(v, 0, 0, 0, 0.0);
-}
-
-TEST_F(TolFixture, Normalise_ExtremeMagnitudesStayFinite)
+TEST_F(TolFixture, Normalise_AngularToleranceExtremesAndNonFinite)
 {
     const double h = std::sqrt(0.5);
-    V_VECTOR v{1e200, -1e200, 0};  // the squares overflow
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, h, -h, 0);
-    v = V_VECTOR{DBL_MAX, DBL_MAX, 0};  // even the length overflows
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, h, h, 0);
-    tavotoll.angle = 0.0;
-    v = V_VECTOR{3e-160, 0, 4e-160};  // the squares underflow
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, 0.6, 0, 0.8);
-    v = V_VECTOR{1e-310, 0, 0};  // denormal, kept when the tolerance is 0
-    EXPECT_EQ(normalise(&v), st::ok);
-    expect_vector_near(v, 1, 0, 0, 0.0);
-    v = V_VECTOR{0, 0, 0};  // no direction even without a tolerance
-    EXPECT_EQ(normalise(&v), st::zero_vector);
-    expect_vector_near(v, 0, 0, 0, 0.0);
-}
-
-TEST(Normalise, NaNOrInfinityIsRefusedAndZeroed)
-{
-    const V_VECTOR bad[] = {{kNaN, 1, 0}, {kInf, 0, 0}, {1, -kInf, 0}, {0, 0, kNaN}};
-    for (V_VECTOR v : bad) {
-        EXPECT_EQ(normalise(&v), st::bad_input);
-        expect_vector_near(v, 0, 0, 0, 0.0);
+    const struct {
+        double angle;  // tavotoll.angle for the row; tavotoll.point stays 1e-8
+        V_VECTOR in, out;
+        short rc;
+    } rows[] = {
+        {1e-11, {1e-12, 0, 0}, {0, 0, 0}, st::zero_vector},  // below the angular tolerance
+        {1e-11, {1e-11, 0, 0}, {1, 0, 0}, st::ok},           // the tie is a direction
+        {1e-11, {0, -1e-9, 0}, {0, -1, 0}, st::ok},          // far below tavotoll.point
+        {1e-11, {3, 0, 4}, {0.6, 0, 0.8}, st::ok},           // 3/5, 4/5 correctly rounded
+        {1.0, {0.6, 0, 0}, {0, 0, 0}, st::zero_vector},      // the angle field is read
+        {1e-11, {1e200, -1e200, 0}, {h, -h, 0}, st::ok},     // the squares overflow
+        {1e-11, {DBL_MAX, DBL_MAX, 0}, {h, h, 0}, st::ok},   // so does the length
+        {0.0, {3e-160, 0, 4e-160}, {0.6, 0, 0.8}, st::ok},   // the squares underflow
+        {0.0, {1e-310, 0, 0}, {1, 0, 0}, st::ok},            // a denormal with no tolerance
+        {0.0, {0, 0, 0}, {0, 0, 0}, st::zero_vector},        // exactly 0 has no direction
+        {1e-11, {kNaN, 1, 0}, {0, 0, 0}, st::bad_input},
+        {1e-11, {1, -kInf, 0}, {0, 0, 0}, st::bad_input},
+    };
+    for (const auto& r : rows) {
+        tavotoll.angle = r.angle;
+        V_VECTOR v = r.in;
+        EXPECT_EQ(normalise(&v), r.rc) << r.in.x << " " << r.in.y << " " << r.in.z;
+        EXPECT_TRUE(xyz_near(v, r.out, 1e-15));
     }
 }
 
-TEST(CrossProduct, PlainAndNormalisedWithAliasing)
+TEST_F(TolFixture, ProductsDistancesAndDirections_FilterAgainstTolerancePoint)
 {
-    V_VECTOR a{1, 2, 3};
-    const V_VECTOR b{4, 5, 6};
-    aXb(&a, &b, &a);                        // out is a
-    expect_vector_near(a, -3, 6, -3, 0.0);  // (2*6 - 3*5, 3*4 - 1*6, 1*5 - 2*4)
-    V_VECTOR x{2, 0, 0};
-    const V_VECTOR z{0, 0, 5};
-    EXPECT_EQ(naXb(&x, &z, &x), st::ok);
-    expect_vector_near(x, 0, -1, 0, 0.0);  // x cross z = -y
-    const V_VECTOR p{1, 2, 3}, q{-2, -4, -6}, zero{0, 0, 0};
-    V_VECTOR out{9, 9, 9};
-    EXPECT_EQ(naXb(&p, &q, &out), st::zero_vector);
-    expect_vector_near(out, 0, 0, 0, 0.0);
-    EXPECT_EQ(naXb(&p, &zero, &out), st::zero_vector);
-}
+    V_VECTOR a{1, 2, 3}, x{2, 0, 0}, out{9, 9, 9};
+    const V_VECTOR b{4, 5, 6}, z{0, 0, 5}, q{-8, -10, -12}, zero{0, 0, 0};
+    aXb(&a, &b, &a);                             // out is a
+    EXPECT_TRUE(xyz_near(a, {-3, 6, -3}, 0.0));  // (2*6 - 3*5, 3*4 - 1*6, 1*5 - 2*4)
+    EXPECT_EQ(naXb(&x, &z, &x), st::ok);         // out is x
+    EXPECT_TRUE(xyz_near(x, {0, -1, 0}, 0.0));   // x cross z = -y
+    EXPECT_EQ(naXb(&b, &q, &out), st::zero_vector);
+    EXPECT_TRUE(xyz_near(out, {0, 0, 0}, 0.0));
+    EXPECT_EQ(naXb(&b, &zero, &out), st::zero_vector);
 
-TEST_F(TolFixture, DotAndModulus_FilteredAgainstTolerancePoint)
-{
-    const V_VECTOR x{1, 0, 0}, small{1e-9, 0, 0}, v{3, 4, 12};
-    EXPECT_EQ(adotb(&x, &small), 0.0);
-    EXPECT_EQ(real_adotb(&x, &small), 1e-9);
-    EXPECT_EQ(adotb(&v, &v), 169.0);
-    EXPECT_EQ(modulus(&v), 13.0);
-    EXPECT_EQ(modulus(&small), 0.0);
-    EXPECT_EQ(real_modulus(&small), 1e-9);
+    const V_VECTOR e{1, 0, 0}, small{1e-9, 0, 0}, v{3, 4, 12}, huge{3e200, 4e200, 0};
+    const V_VECTOR half_nan{0, kNaN, kNaN}, inf{0, -kInf, 1};
+    const V_POINT p{1, 2, 3}, r{4, 6, 15}, near{1 + 5e-9, 2, 3};
+    expect_rows({{adotb(&e, &small), 0.0, "filtered"},
+                 {real_adotb(&e, &small), 1e-9, "raw"},
+                 {modulus(&v), 13.0, "by hand"},
+                 {modulus(&small), 0.0, "filtered"},
+                 {real_modulus(&small), 1e-9, "raw"},
+                 {real_modulus(&huge), 5e200, "no overflow"},
+                 {real_modulus(&half_nan), kNaN, "a scaled length must keep the NaN"},
+                 {real_modulus(&inf), kInf, "infinity"},
+                 {dist_PP(&p, &r), 13.0, "by hand"},
+                 {dist_PP(&p, &near), 0.0, "filtered"},
+                 {real_dist_PP(&p, &near), (1 + 5e-9) - 1, "raw"}});
     tavotoll.point = 1e-10;
-    EXPECT_EQ(modulus(&small), 1e-9);
-    EXPECT_EQ(adotb(&x, &small), 1e-9);
-    const V_VECTOR huge{3e200, 4e200, 0};
-    EXPECT_DOUBLE_EQ(real_modulus(&huge), 5e200);
-    const V_VECTOR bad{kNaN, 0, 0};
-    EXPECT_TRUE(std::isnan(modulus(&bad)));
-    const V_VECTOR half_bad{0, kNaN, kNaN};  // a scaled length must not lose the NaN
-    EXPECT_TRUE(std::isnan(real_modulus(&half_bad)));
-    const V_VECTOR inf{0, -kInf, 1};
-    EXPECT_EQ(real_modulus(&inf), kInf);
-}
-
-TEST_F(TolFixture, PointDistanceAndDirection)
-{
-    const V_POINT p{1, 2, 3}, q{4, 6, 15};
-    EXPECT_EQ(dist_PP(&p, &q), 13.0);
-    EXPECT_EQ(real_dist_PP(&q, &p), 13.0);
-    const V_POINT r{1 + 5e-9, 2, 3};
-    EXPECT_EQ(dist_PP(&p, &r), 0.0);
-    EXPECT_NEAR(real_dist_PP(&p, &r), 5e-9, 1e-15);
-    V_VECTOR d;
+    expect_rows({{modulus(&small), 1e-9, "new tolerance at the next call"}});
     const V_POINT s{4, 6, 3};
-    EXPECT_EQ(nvector_PP(&p, &s, &d), st::ok);
-    expect_vector_near(d, 0.6, 0.8, 0);
-    EXPECT_EQ(nvector_PP(&p, &p, &d), st::zero_vector);
-    expect_vector_near(d, 0, 0, 0, 0.0);
+    EXPECT_EQ(nvector_PP(&p, &s, &out), st::ok);
+    EXPECT_TRUE(xyz_near(out, {0.6, 0.8, 0}));
+    EXPECT_EQ(nvector_PP(&p, &p, &out), st::zero_vector);
+    EXPECT_TRUE(xyz_near(out, {0, 0, 0}, 0.0));
 }
 
-// --- rotation ---
-
-TEST(VectorRotate, QuarterTurnsAndTheThirdTurnAboutTheDiagonal)
-{
-    const V_VECTOR z{0, 0, 1};
-    V_VECTOR out;
-    const V_VECTOR x{1, 0, 0};
-    vector_rotate(&x, &z, kPi / 2, &out);  // counter-clockwise seen from +z
-    expect_vector_near(out, 0, 1, 0);
-    vector_rotate(&x, &z, -kPi / 2, &out);
-    expect_vector_near(out, 0, -1, 0);
-    // A third of a turn about (1,1,1)/sqrt(3) takes x to y, y to z, z to x, so
-    // 1x + 2y + 3z goes to 1y + 2z + 3x.
-    const double k = 1.0 / std::sqrt(3.0);
-    const V_VECTOR d{k, k, k};
-    V_VECTOR v{1, 2, 3};
-    vector_rotate(&v, &d, 2 * kPi / 3, &v);  // out is v
-    expect_vector_near(v, 3, 1, 2, 1e-13);
-}
+// --- rotation and ellipse ---
 
 TEST(VectorRotate, MatchesARotationInTheAxisFrame)
 {
     // Independent construction: an orthonormal frame (u, w, k) with k the axis; v's
     // components (a, b, c) in that frame turn to (a cos t - b sin t, a sin t + b cos t, c).
-    const V_VECTOR k{2.0 / 3, -2.0 / 3, 1.0 / 3};
-    const V_VECTOR u{2.0 / 3, 1.0 / 3, -2.0 / 3};
+    const V_VECTOR k{2.0 / 3, -2.0 / 3, 1.0 / 3}, u{2.0 / 3, 1.0 / 3, -2.0 / 3};
     const V_VECTOR w{1.0 / 3, 2.0 / 3, 2.0 / 3};  // k x u
     const V_VECTOR v{0.7, -1.3, 2.9};
-    const double a = v.x * u.x + v.y * u.y + v.z * u.z;
-    const double b = v.x * w.x + v.y * w.y + v.z * w.z;
-    const double c = v.x * k.x + v.y * k.y + v.z * k.z;
-    for (double t : {0.0, 0.3, 1.0, 2.5, kPi, -4.0, 10.0}) {
+    const double a = real_adotb(&v, &u), b = real_adotb(&v, &w), c = real_adotb(&v, &k);
+    for (double t : {kPi / 2, 0.3, 2.5, kPi, -4.0, 10.0}) {
         V_VECTOR out;
         vector_rotate(&v, &k, t, &out);
-        const double a2 = a * std::cos(t) - b * std::sin(t);
-        const double b2 = a * std::sin(t) + b * std::cos(t);
-        expect_vector_near(out, a2 * u.x + b2 * w.x + c * k.x, a2 * u.y + b2 * w.y + c * k.y,
-                           a2 * u.z + b2 * w.z + c * k.z, 1e-13);
-        EXPECT_NEAR(len(out), len(v), 1e-13);
+        const double a2 = a * std::cos(t) - b * std::sin(t), b2 = a * std::sin(t) + b * std::cos(t);
+        EXPECT_TRUE(xyz_near(out,
+                             {a2 * u.x + b2 * w.x + c * k.x, a2 * u.y + b2 * w.y + c * k.y,
+                              a2 * u.z + b2 * w.z + c * k.z},
+                             1e-13));
     }
+    // A third of a turn about (1,1,1)/sqrt(3) takes x to y, y to z, z to x; out may be v.
+    const double s = 1.0 / std::sqrt(3.0);
+    const V_VECTOR d{s, s, s};
+    V_VECTOR r{1, 2, 3};
+    vector_rotate(&r, &d, 2 * kPi / 3, &r);
+    EXPECT_TRUE(xyz_near(r, {3, 1, 2}, 1e-13));
 }
 
-// --- ellipse ---
-
-TEST(PointOnEllipse, TIsThePolarAngleNotTheEccentricParameter)
+TEST(PointOnEllipse, TIsThePolarAngleOnTheCurve)
 {
     const V_ELLIPSE e{{1, 2, 3}, {1, 0, 0}, {0, 1, 0}, 4.0, 2.0};
     V_POINT p;
-    point_on_ellipse(&e, 0.0, &p);
-    EXPECT_NEAR(p.x, 5, 1e-14);
-    EXPECT_NEAR(p.y, 2, 1e-14);
-    point_on_ellipse(&e, kPi / 2, &p);
-    EXPECT_NEAR(p.x, 1, 1e-14);
-    EXPECT_NEAR(p.y, 4, 1e-14);
-    // On the 45-degree ray x = y = s with (s/4)^2 + (s/2)^2 = 1: s = 4/sqrt(5).
+    // On the 45-degree ray x = y = s with (s/4)^2 + (s/2)^2 = 1: s = 4/sqrt(5); the
+    // eccentric parameter would give (4, 2) / sqrt(2) instead.
     point_on_ellipse(&e, kPi / 4, &p);
-    const double s = 4.0 / std::sqrt(5.0);
-    EXPECT_NEAR(p.x, 1 + s, 1e-14);
-    EXPECT_NEAR(p.y, 2 + s, 1e-14);
-    EXPECT_NEAR(p.z, 3, 1e-14);
-}
-
-TEST(PointOnEllipse, TiltedAxesKeepThePointOnTheCurve)
-{
+    EXPECT_TRUE(xyz_near(p, {1 + 4 / std::sqrt(5.0), 2 + 4 / std::sqrt(5.0), 3}));
     const double h = std::sqrt(0.5);
-    const V_ELLIPSE e{{-1, 0, 2}, {h, h, 0}, {0, 0, 1}, 3.0, 0.5};
+    const V_ELLIPSE f{{-1, 0, 2}, {h, h, 0}, {0, 0, 1}, 3.0, 0.5};
     for (double t : {0.1, 1.2, 2.0, 3.5, 5.9}) {
-        V_POINT p;
-        point_on_ellipse(&e, t, &p);
-        const V_VECTOR d{p.x - e.centre.x, p.y - e.centre.y, p.z - e.centre.z};
-        const double a = d.x * e.axis1.x + d.y * e.axis1.y + d.z * e.axis1.z;
-        const double b = d.x * e.axis2.x + d.y * e.axis2.y + d.z * e.axis2.z;
+        point_on_ellipse(&f, t, &p);
+        const V_VECTOR d{p.x - f.centre.x, p.y - f.centre.y, p.z - f.centre.z};
+        const double a = real_adotb(&d, &f.axis1), b = real_adotb(&d, &f.axis2);
         EXPECT_NEAR((a / 3.0) * (a / 3.0) + (b / 0.5) * (b / 0.5), 1.0, 1e-12);
         EXPECT_NEAR(std::atan2(b, a), std::remainder(t, 2 * kPi), 1e-12);
     }
-}
-
-TEST(PointOnEllipse, ZeroOrHugeRadii)
-{
-    const V_ELLIPSE e{{1, 2, 3}, {1, 0, 0}, {0, 1, 0}, 0.0, 0.0};
-    V_POINT p{9, 9, 9};
-    point_on_ellipse(&e, 0.7, &p);
-    EXPECT_EQ(p.x, 1.0);
-    EXPECT_EQ(p.y, 2.0);
-    EXPECT_EQ(p.z, 3.0);
-    const V_ELLIPSE g{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 1e200, 1e200};  // squares overflow
-    point_on_ellipse(&g, 0.0, &p);
+    const V_ELLIPSE zero{{1, 2, 3}, {1, 0, 0}, {0, 1, 0}, 0.0, 0.0};
+    point_on_ellipse(&zero, 0.7, &p);
+    EXPECT_TRUE(xyz_near(p, {1, 2, 3}, 0.0));                             // the centre, not 0 / 0
+    const V_ELLIPSE huge{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 1e200, 1e200};  // squares overflow
+    point_on_ellipse(&huge, 0.0, &p);
     EXPECT_DOUBLE_EQ(p.x, 1e200);
 }
 
 TEST(VectorAlgebraDeathTest, NullPointersAreContractViolations)
 {
-    EXPECT_DEATH(normalise(nullptr), "assertion failed in vector_algebra.cpp line");
-    const V_VECTOR a{1, 0, 0};
-    EXPECT_DEATH(aXb(&a, &a, nullptr), "assertion failed in vector_algebra.cpp line");
+    EXPECT_DEATH(normalise(static_cast<V_VECTOR*>(nullptr)),
+                 "assertion failed in vector_algebra.cpp line");
 }
