@@ -138,35 +138,15 @@ TEST_F(ElementOwnership, OwningSetters_CopyOrTakeTheirArgument)
 
 // --- copy and move ---
 
-TEST_F(ElementOwnership, Copy_DeepForOwningKindsBytewiseForPlain)
+TEST_F(ElementOwnership, CopyAndMove_DeepCopiesTheMoveLeavesTheSourceReadableUntilReuse)
 {
     V_ELEMENT a;
     a.SetCurve(quarter_curve());
-    V_ELEMENT b(a);
-    EXPECT_NE(b.curve.cpts, a.curve.cpts);
-    ASSERT_EQ(b.curve.cpts->Count(), 12u);
-    (*b.curve.cpts)[5] = 99.0;  // the copy is independent
+    V_ELEMENT c(a);
+    (*c.curve.cpts)[5] = 99.0;  // a copy is independent
     EXPECT_NE((*a.curve.cpts)[5], 99.0);
-
-    V_ELEMENT c;
-    ASSERT_EQ(c.SetPointSet(make_points(3), kWorld), st::ok);
-    c.pointset.flags = 0x1234;
-    b = c;  // over an owning payload of another kind
-    EXPECT_EQ(b.TypeGet(), 26);
-    EXPECT_NE(b.pointset.points, c.pointset.points);
-    EXPECT_EQ(b.pointset.flags, 0x1234);
-    c.SetArc(V_POINT{1, 2, 3}, -4, V_POINT{5, 6, 7}, V_POINT{8, 9, 10}, V_VECTOR{0, 0, -1});
-    b = c;
-    EXPECT_EQ(b.TypeGet(), 5);
-    EXPECT_EQ(std::memcmp(&b.arc, &c.arc, sizeof(V_ARC)), 0);
-    a = *&a;  // self-assignment changes nothing
-    EXPECT_EQ(a.curve.cpts->Count(), 12u);
-}
-
-TEST_F(ElementOwnership, Move_CopiesAndLeavesTheSourcePayloadReadableUntilReuse)
-{
-    V_ELEMENT a;
-    a.SetCurve(quarter_curve());
+    c = *&c;  // self-assignment changes nothing
+    EXPECT_EQ((*c.curve.cpts)[5], 99.0);
     unsigned char before[sizeof(CNurbs)];
     std::memcpy(before, &a.curve, sizeof before);
     List<double>* src_list = a.curve.cpts;

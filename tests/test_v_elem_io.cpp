@@ -113,7 +113,7 @@ TEST_F(ElementRecord, OwningKindsEmbedTheirOwnRecords)
     }
 }
 
-TEST_F(ElementRecord, EmptyAndReservedCodesCarryOnlyTheTypeBytes)
+TEST_F(ElementRecord, EmptyElementReservedCodesAndEmptyText_CarryOnlyWhatTheyHold)
 {
     for (int16_t code : {0, 9, 13, 25, -1, 27, 30000}) {
         SCOPED_TRACE(code);
@@ -134,10 +134,7 @@ TEST_F(ElementRecord, EmptyAndReservedCodesCarryOnlyTheTypeBytes)
         EXPECT_EQ(p, b.data() + 2);
         EXPECT_TRUE(s.TypeGet() == code && e.TypeGet() == code);
     }
-}
-
-TEST_F(ElementRecord, EmptyTextReadsBackAsANewTerminatedBlock)
-{
+    // An empty text: its fixed part, n = 0 and no units; read back as a new terminated block.
     const V_ELEMENT e = element_samples()[10];
     const Bytes rec = record_of(e);
     ASSERT_EQ(rec.size(), 2u + 168 + 4);
