@@ -85,17 +85,25 @@ bool has_wide_position(const List<unsigned long>& l)
     return false;
 }
 
+// Reads one fixed field of size bytes from src into *field; the field changes only when all
+// of its bytes arrived. True on success.
+template <class Src> bool read_field(Src& src, void* field, size_t size)
+{
+    unsigned char buf[sizeof(V_WORKPLANE)];
+    if (!kestra::detail::take_bytes(src, buf, size)) return false;
+    std::memcpy(field, buf, size);
+    return true;
+}
+
 // Reads the record from src (a stream or a memory cursor) into ps, just reset: the fixed
-// fields, the counted points (no list for none), the counted deleted positions (always a
-// list, left empty when they cannot all be read). 0, or 110 on a short read or want of memory.
+// fields one by one (those before a short read are kept), the counted points (no list for
+// none), the counted deleted positions (always a list, left empty when they cannot all be
+// read). 0, or 110 on a short read or want of memory.
 template <class Src> short read_record(Src& src, PointSet* ps)
 {
-    unsigned char head[192];
-    if (!kestra::detail::take_bytes(src, head, sizeof head)) return st::bad_input;
-    std::memcpy(&ps->flags, head, 2);
-    std::memcpy(&ps->type, head + 2, 2);
-    std::memcpy(static_cast<void*>(&ps->plane), head + 4, 184);
-    std::memcpy(&ps->count_word, head + 188, 4);
+    if (!read_field(src, &ps->flags, 2) || !read_field(src, &ps->type, 2) ||
+        !read_field(src, &ps->plane, sizeof(V_WORKPLANE)) || !read_field(src, &ps->count_word, 4))
+        return st::bad_input;
     using kestra::detail::read_counted_list;
     if (!read_counted_list<V_POINT, PointCodec>(src, &ps->points, false)) return st::bad_input;
     if (!read_counted_list<unsigned long, PositionCodec>(src, &ps->deleted, true)) {

@@ -198,6 +198,10 @@ TEST_F(PointSetTest, Read_TruncatedHugeCountsOrNoMemoryGive110AndKeepWhatWasRead
     for_each_cut(rec, [](FILE* f, size_t cut) {
         PointSet s;
         EXPECT_EQ(s.fread_bin(f), st::bad_input);
+        // Each fixed field read whole before the cut is kept, a field cut short is not.
+        EXPECT_EQ(s.flags, cut >= 2 ? 0xBEEF : 0);
+        EXPECT_EQ(s.type, cut >= 4 ? -3 : 0);
+        EXPECT_EQ(same_plane(s.plane, cut >= 188 ? odd_plane() : world()), true);
         EXPECT_EQ(s.count_word, cut >= 192 ? 0xDEADBEEFu : 0u);
         const size_t whole = cut < 196 ? 0 : (cut - 196) / 24;
         EXPECT_EQ(s.Count(), whole < 3 ? whole : 3);
