@@ -41,19 +41,21 @@ private:
     int16_t moved_kind_;
 
 public:
+    // The payload: every member starts at offset 8; only the one of the current type holds
+    // meaning (after the type code, the member the code selects).
     union {
-        V_POINT point;          // 1
-        V_SEGM segm;            // 2
-        V_LINE line;            // 3
-        V_CIRCLE circle;        // 4
-        V_ARC arc;              // 5
-        V_ELLIPSE ellipse;      // 6
-        V_ELLIPTICALARC elarc;  // 7
-        V_SYMBOL_INST symbol;   // 12
-        V_TEXT text;            // 14
-        CNurbs curve;           // 19
-        Polyline polyline;      // 20
-        PointSet pointset;      // 26
+        V_POINT point;          // 1: the point
+        V_SEGM segm;            // 2: the segment
+        V_LINE line;            // 3: the line
+        V_CIRCLE circle;        // 4: the circle
+        V_ARC arc;              // 5: the arc (its leading part is the circle that carries it)
+        V_ELLIPSE ellipse;      // 6: the ellipse
+        V_ELLIPTICALARC elarc;  // 7: the elliptical arc
+        V_SYMBOL_INST symbol;   // 12: the symbol instance
+        V_TEXT text;            // 14: the text; its characters stay the host's
+        CNurbs curve;           // 19: the curve, owned
+        Polyline polyline;      // 20: the polyline, owning its point list
+        PointSet pointset;      // 26: the point set, owning its two lists
     };
 
     // ---- construction, type, copy and move ----
@@ -100,22 +102,34 @@ public:
     // ---- setters: the element becomes of that kind (releasing another owning payload),
     //      then the payload is written; arguments may live in this element's payload ----
 
+    // Type 1 and the point p.
     void SetPoint(const V_POINT& p);
+    // Type 1 and the point (x, y, z).
     void SetPoint(double x, double y, double z);
+    // Type 2 and the segment s.
     void SetSegment(const V_SEGM& s);
+    // Type 2 and the segment from start to end.
     void SetSegment(const V_POINT& start, const V_POINT& end);
-    // Start x, y, z, then end x, y, z.
+    // Type 2 and the segment from (x1, y1, z1) to (x2, y2, z2).
     void SetSegment(double x1, double y1, double z1, double x2, double y2, double z2);
+    // Type 3 and the line l (its direction stored as given, not normalised).
     void SetLine(const V_LINE& l);
+    // Type 3 and the line through point along direction, stored as given.
     void SetLine(const V_POINT& point, const V_VECTOR& direction);
+    // Type 4 and the circle c, stored as given.
     void SetCircle(const V_CIRCLE& c);
+    // Type 4 and the circle of centre, radius and normal, stored as given.
     void SetCircle(const V_POINT& centre, double radius, const V_VECTOR& normal);
-    // Fields stored as given (a negative radius is kept).
+    // Type 5 and the arc a, fields stored as given (a negative radius is kept).
     void SetArc(const V_ARC& a);
+    // Type 5 and the arc of those fields, stored as given (a negative radius is kept).
     void SetArc(const V_POINT& centre, double radius, const V_POINT& start, const V_POINT& end,
                 const V_VECTOR& normal);
+    // Type 6 and the ellipse record e.
     void SetEllipse(const V_ELLIPSE& e);
+    // Type 7 and the elliptical-arc record e.
     void SetEllipticalArc(const V_ELLIPTICALARC& e);
+    // Type 12 and the symbol-instance record s.
     void SetSymbolInstance(const V_SYMBOL_INST& s);
     // The record is copied; the characters stay the host's (the pointer is copied).
     void SetText(const V_TEXT& t);
@@ -149,7 +163,9 @@ public:
     // curve and polyline hand over to their own dumps, every other kind prints
     // "<name> : V_ELEMENT <type>". A null name prints as empty text.
     void DebugOutput(char* name) const;
+    // The same dump for a constant name.
     void DebugOutput(const char* name) const;
+    // The same dump without a name (printed as empty text).
     void DebugOutput(std::nullptr_t) const { DebugOutput(static_cast<const char*>(nullptr)); }
 
     // ---- conversions ----
@@ -198,12 +214,12 @@ public:
 private:
     // End of a moving copy from this element: type 0, an owning payload left in place and
     // remembered in moved_kind_.
-    void leave_payload_after_move();
+    KESTRA_HIDDEN void leave_payload_after_move();
     // Releases a payload left by a moving copy while the type is still 0; forgets it
     // otherwise (the host then rewrote the type itself).
-    void drop_moved_payload();
+    KESTRA_HIDDEN void drop_moved_payload();
     // Copies other's payload by kind into this element, whose type is already other's.
-    void copy_payload_from(const V_ELEMENT& other);
+    KESTRA_HIDDEN void copy_payload_from(const V_ELEMENT& other);
 };
 
 static_assert(sizeof(PointSet) >= sizeof(V_TEXT), "the point set is the largest payload");

@@ -37,6 +37,8 @@ public:
     PointSet(PointSet&& other) noexcept;
     // Deep copy; the previous lists are released only after the copies are made.
     PointSet& operator=(const PointSet& other);
+    // Releases the previous lists and takes every field; the source is left as Reset leaves
+    // it (its count word kept).
     PointSet& operator=(PointSet&& other) noexcept;
     // Releases both lists (Reset).
     ~PointSet();

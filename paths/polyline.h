@@ -25,6 +25,7 @@ public:
     Polyline& operator=(const Polyline& other);
     // Releases the previous list and takes the source's; the source is left without one.
     Polyline& operator=(Polyline&& other) noexcept;
+    // Releases the point list.
     ~Polyline();
 
     // Releases the point list; the polyline is left without one.
@@ -32,6 +33,7 @@ public:
 
     // The point list, or null when the polyline has none. The polyline keeps ownership.
     List<V_POINT>* Points() { return points_; }
+    // The point list for reading, or null when the polyline has none.
     const List<V_POINT>* Points() const { return points_; }
 
     // Replaces the points by the occupied points of pts, closed up at positions 1..n in slot
