@@ -129,9 +129,12 @@ template <class T> void set_taken(V_ELEMENT* e, short k, T V_ELEMENT::*m, T& v)
     e->*m = std::move(taken);
 }
 
-// An owning payload made by build(T&), whose status is returned.
+// An owning payload made by build(T&), whose status is returned: in place when e already is
+// of kind k (the builders read their argument before replacing anything and leave the payload
+// as it was when they fail); otherwise into a fresh payload, built before the type change.
 template <class T, class Build> short set_built(V_ELEMENT* e, short k, T V_ELEMENT::*m, Build build)
 {
+    if (e->type == k) return build(e->*m);
     T built;
     const short rc = build(built);
     e->TypeSet(k);
@@ -177,9 +180,10 @@ V_ELEMENT& V_ELEMENT::operator=(const V_ELEMENT& other)
 // payload, so its bytes and lists must stay valid and unchanged. Instead of leaving that
 // storage unreachable, the source remembers its kind in moved_kind_ and releases it at the
 // first moment nothing can read it any more: when it is given new content or destroyed.
+// Moved into itself, an element takes the same steps: TypeSet and the copy find nothing to
+// do, and the element ends empty like any moved-from one.
 V_ELEMENT& V_ELEMENT::operator=(V_ELEMENT&& other)
 {
-    if (this == &other) return *this;
     TypeSet(other.type);
     if (type != kNone) copy_payload_from(other);
     other.leave_payload_after_move();

@@ -79,9 +79,10 @@ public:
     // bytes and the lists they point to stay exactly as they were, so code still holding
     // other's payload keeps working. That payload is released when other is given new
     // content (TypeSet to a non-zero code, a setter, an assignment or a read into it) or is
-    // destroyed; nothing leaks. Moving an element into itself does nothing.
+    // destroyed; nothing leaks. Moving an element into itself follows the same steps: it
+    // is left empty (type 0), its payload untouched until then.
     V_ELEMENT& operator=(V_ELEMENT&& other);
-    // The moving assignment from other.
+    // The moving assignment from other (other may be this element, which is then emptied).
     void Move(V_ELEMENT& other);
 
     // Prepares the payload of the current type: 19 an empty curve (every field zero, no
@@ -137,8 +138,9 @@ public:
     void SetCurve(const CNurbs& c);
     // Type 19 and c moved in; c is left empty.
     void MoveCurve(CNurbs& c);
-    // Type 20 built from the occupied points of pts; the status of Polyline::Create (0, or
-    // 115 when memory runs out, the element then holding a polyline without a list).
+    // Type 20 built from the occupied points of pts (an element already of type 20 is
+    // rebuilt in place); the status of Polyline::Create: 0, or 115 when memory runs out, a
+    // polyline held before then keeping its points, a new one left without a list.
     short SetPolyline(const List<V_POINT>& pts);
     // Type 20 and a deep copy of pl.
     void SetPolyline(const Polyline& pl);
@@ -146,12 +148,13 @@ public:
     void MovePolyline(Polyline& pl);
     // Type 26 and a deep copy of ps.
     void SetPointSet(const PointSet& ps);
-    // Type 26 built from the occupied points of pts (world coordinates) with plane wp; the
-    // status of PointSet::Create (0, or 115 with an empty point set).
+    // Type 26 built from the occupied points of pts (world coordinates) with plane wp by
+    // PointSet::Create, in place when the element already is a point set (its type, flags
+    // and count word kept); that status: 0, or 115 with the set as it was before the call.
     short SetPointSet(const List<V_POINT>& pts, const V_WORKPLANE& wp);
-    // Type 26, an empty set with room for n_points points and n_deleted deleted positions;
-    // the status of PointSet::SetPointSet (0; 110 a count beyond a list's 32-bit positions;
-    // 115 no memory).
+    // Type 26 emptied by PointSet::SetPointSet to room for n_points points and n_deleted
+    // deleted positions, in place for a point set (type, flags, plane and count word kept);
+    // that status: 0; 110 a count beyond a list's 32-bit positions; 115 no memory.
     short SetPointSet(unsigned long n_points, unsigned long n_deleted);
     // Type 26 and ps moved in; ps is left empty.
     void MovePointSet(PointSet& ps);
