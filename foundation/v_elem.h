@@ -150,7 +150,8 @@ public:
     void SetPointSet(const PointSet& ps);
     // Type 26 built from the occupied points of pts (world coordinates) with plane wp by
     // PointSet::Create, in place when the element already is a point set (its type, flags
-    // and count word kept); that status: 0, or 115 with the set as it was before the call.
+    // and count word kept); that status: 0, or 115, a point set held before then unchanged,
+    // a new one left empty.
     short SetPointSet(const List<V_POINT>& pts, const V_WORKPLANE& wp);
     // Type 26 emptied by PointSet::SetPointSet to room for n_points points and n_deleted
     // deleted positions, in place for a point set (type, flags, plane and count word kept);
