@@ -115,11 +115,6 @@ inline V_POINT apply(const V_MATRIX& M, V_POINT p)
     return p;
 }
 
-inline double length(const V_VECTOR& v)
-{
-    return std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-}
-
 // A frame with rational unit axes, built by hand: X = (2,2,1)/3, Y = (-2,1,2)/3,
 // Z = X x Y = (1,-2,2)/3, origin (1,-2,3), name "T", id 7.
 inline V_WORKPLANE tilted_frame()

@@ -36,22 +36,18 @@ TEST_F(ListTest, Growth_ByTenthOrGrowByAtLeastToPositionNewSlotsZeroAndUnset)
     EXPECT_EQ(List<int>().grow_by, 16u);
     List<double> l(2);
     ASSERT_TRUE(l.Put(5, 2.5));  // max(0 + max(0 / 10, 2), 5) = 5
-    EXPECT_EQ(l.capacity, 5u);
-    EXPECT_EQ(l.Count(), 5u);
-    EXPECT_EQ(l.CountSet(), 1u);
+    EXPECT_TRUE(l.capacity == 5 && l.Count() == 5 && l.CountSet() == 1);
     double out = 7;
     for (uint32_t k = 1; k <= 4; ++k) EXPECT_TRUE(l.GetPtr(k) == nullptr && !l.Get(k, &out));
     EXPECT_EQ(out, 7);  // untouched on failure
-    ASSERT_TRUE(l.Get(5, &out));
-    EXPECT_EQ(out, 2.5);
+    EXPECT_TRUE(l.Get(5, &out) && out == 2.5);
     ASSERT_TRUE(l.Put(2, 1.0));  // a hole below next leaves next alone
     EXPECT_EQ(l.next, 6u);
     ASSERT_TRUE(l.Reserve(8));
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(l.items + 5);
     for (size_t i = 0; i < 3 * sizeof(double); ++i) ASSERT_EQ(bytes[i], 0) << i;
     for (uint32_t i = 5; i < 8; ++i) EXPECT_EQ(l.set[i], 0) << i;
-    EXPECT_TRUE(l.Reserve(3));  // smaller than capacity: nothing changes
-    EXPECT_EQ(l.capacity, 8u);
+    EXPECT_TRUE(l.Reserve(3) && l.capacity == 8);  // smaller than capacity: nothing changes
 
     const struct {
         uint32_t grow_by, reserved, appended, capacity;
@@ -101,8 +97,7 @@ TEST_F(ListTest, GrowthFailure_LeavesListEmptyAndReleasesEverything)
         EXPECT_TRUE(l.next == 1 && l.capacity == 0 && l.items == nullptr && l.set == nullptr);
         EXPECT_EQ(Counted::alive, 0) << "items were not destroyed";
         EXPECT_EQ(v_memptr_live_count(), live - 2);
-        EXPECT_TRUE(l.Append(Counted(7)));  // the emptied list is usable again
-        EXPECT_EQ(l[1].v, 7);
+        EXPECT_TRUE(l.Append(Counted(7)) && l[1].v == 7);  // the emptied list is usable again
         List<int> ints = filled<int>(2, 4);  // records take another path through the growth
         v_memptr_fail_after(allowed);
         EXPECT_FALSE(ints.Put(5, 5));
@@ -114,21 +109,15 @@ TEST_F(ListTest, GrowthFailure_LeavesListEmptyAndReleasesEverything)
 TEST_F(ListTest, RefusedInsertions_ChangeNothing)
 {
     List<int> empty;
-    EXPECT_FALSE(empty.Put(0, 1));
-    EXPECT_FALSE(empty.Put(UINT32_MAX, 1));  // next could not move past it
+    EXPECT_TRUE(!empty.Put(0, 1) && !empty.Put(UINT32_MAX, 1));  // next could not pass the last
     EXPECT_TRUE(empty.capacity == 0 && empty.next == 1);
     // A broken list (next 0) refuses everything.
     List<int> l = filled<int>(4, 3);
     l.next = 0;
-    EXPECT_FALSE(l.Append(1));
-    EXPECT_FALSE(l.Put(1, 1));
-    EXPECT_FALSE(l.Put(50, 1));
-    EXPECT_EQ(l.capacity, 4u);
-    EXPECT_EQ(l.Count(), 0u);
-    EXPECT_FALSE(l.IsSet(1));  // k < next never holds
-    l.Clear();                 // Clear restores a usable empty list
-    EXPECT_TRUE(l.Append(5));
-    EXPECT_EQ(l[1], 5);
+    EXPECT_TRUE(!l.Append(1) && !l.Put(1, 1) && !l.Put(50, 1));
+    EXPECT_TRUE(l.capacity == 4 && l.Count() == 0 && !l.IsSet(1));  // k < next never holds
+    l.Clear();  // Clear restores a usable empty list
+    EXPECT_TRUE(l.Append(5) && l[1] == 5);
 }
 
 // --- copy and move ---
@@ -168,8 +157,8 @@ TEST_F(ListTest, Move_TakesStorageAndLeavesSourceEmptyKeepingGrowBy)
         List<Counted> src = filled<Counted>(5, 3);
         Counted* const storage = src.items;
         List<Counted> dst(std::move(src));
-        EXPECT_TRUE(src.Count() == 0 && src.capacity == 0 && src.items == nullptr);
-        EXPECT_EQ(src.grow_by, 5u);
+        EXPECT_TRUE(src.Count() == 0 && src.capacity == 0 && src.items == nullptr &&
+                    src.grow_by == 5);
         EXPECT_TRUE(dst.items == storage && dst.Count() == 3 && dst[3].v == 30);
         List<Counted> target = filled<Counted>(11, 4);
         EXPECT_EQ(Counted::alive, 7);
@@ -204,9 +193,7 @@ TEST_F(ListTest, TrackedNew_ForwardsArgumentsAndCountsTheBlock)
 {
     const long live = v_memptr_live_count();
     List<double>* p = kestra::detail::tracked_new<List<double>>(3u);
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->grow_by, 3u);
-    ASSERT_TRUE(p->Append(1.0));
+    ASSERT_TRUE(p != nullptr && p->grow_by == 3 && p->Append(1.0));
     EXPECT_EQ(v_memptr_live_count(), live + 3);  // object, items, flags
     kestra::detail::tracked_delete(p);
     EXPECT_EQ(v_memptr_live_count(), live);
