@@ -134,8 +134,9 @@ double round_in_range(double x, double step)
     double n = 0.0;
     const double f = std::modf(std::fabs(x) / std::fabs(step), &n);
     if (f >= 0.5) n += 1.0;
-    // No multiple reached: 0, also for an infinite step (0 * inf would be NaN).
-    if (n == 0.0) return 0.0;  // exact on purpose: n is an integer count
+    // No multiple reached: a zero carrying the sign of x, as 0 * |step| * s gives, also for
+    // an infinite step (where 0 * inf would be NaN).
+    if (n == 0.0) return s * 0.0;  // exact on purpose: n is an integer count
     return n * std::fabs(step) * s;
 }
 

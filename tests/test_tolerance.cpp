@@ -124,6 +124,10 @@ TEST_F(TolFixture, Steps_RoundInRangeTiesAwayFromZeroRoundingDimensionOffsetCoun
                  {round_in_range(kNaN, 5.0), 0.0, "dsgn(NaN) is 0"},
                  {round_in_range(3.0, kNaN), 3.0, "dsgn(NaN) step is 0"},
                  {round_in_range(3.0, kInf), 0.0, "the only finite multiple is 0"}});
+    // No multiple reached: 0 * |step| * s keeps the sign of x in the zero.
+    EXPECT_TRUE(std::signbit(round_in_range(-2.0, 5.0)) &&
+                std::signbit(round_in_range(-3.0, kInf)));
+    EXPECT_FALSE(std::signbit(round_in_range(2.0, 5.0)));
     expect_rows({{dimension(12.0, 0.0, 5.0, 1.0), 15.0, "t 12, m 10, r 2: threshold not above"},
                  {dimension(12.0, 0.0, 5.0, 3.0), 10.0, "threshold above r"},
                  {dimension(12.0, 0.0, 5.0, 2.0), 15.0, "threshold == r is not greater"},
