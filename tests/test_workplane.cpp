@@ -64,11 +64,24 @@ TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
     V_POINT p1{0, 0, 0}, p2{1, 1, 1}, p3{-2, -2, -2};
     EXPECT_EQ(wp.Create_From_Three_Points(p1, p2, p3), st::bad_index);  // collinear
     // Zero, tiny (tiny x huge is unit, but tiny gives no x axis), NaN and infinite directions.
-    V_VECTOR d[][2] = {{{0, 0, 0}, {1, 0, 0}},
-                       {{1e-12, 0, 0}, {0, 1e12, 0}},
-                       {{kNaN, 0, 0}, {1, 0, 0}},
-                       {{1, 0, 0}, {0, kInf, 0}}};
-    for (auto& r : d) EXPECT_EQ(wp.Create_From_Two_Directions(p1, r[0], r[1]), st::bad_index);
+    // The steps run in order: name emptied, origin copied, zaxis = unit(d1 x d2) (zero when
+    // that fails), then xaxis = unit(d1); what a failing step wrote stays, later axes are kept.
+    const struct {
+        V_VECTOR d1, d2, z, x;
+    } rows[] = {{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},
+                {{1e-12, 0, 0}, {0, 1e12, 0}, {0, 0, 1}, {0, 0, 0}},
+                {{kNaN, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},
+                {{1, 0, 0}, {0, kInf, 0}, {0, 0, 0}, {7, 7, 7}}};
+    V_POINT o{4, 5, 6};
+    for (const auto& r : rows) {
+        init_wpl(&wp);
+        wp.xaxis = wp.zaxis = V_VECTOR{7, 7, 7};
+        V_VECTOR d1 = r.d1, d2 = r.d2;
+        EXPECT_EQ(wp.Create_From_Two_Directions(o, d1, d2), st::bad_index);
+        EXPECT_TRUE(wp.name[0] == 0 && xyz_near(wp.origin, o, 0.0));
+        EXPECT_TRUE(xyz_near(wp.zaxis, r.z, 0.0) && xyz_near(wp.xaxis, r.x, 0.0));
+        EXPECT_TRUE(xyz_near(wp.yaxis, {0, 1, 0}, 0.0));
+    }
 }
 
 TEST_F(TolFixture, WorldToPlaneSnapsPlaneToWorldDoesNot)

@@ -68,7 +68,8 @@ short V_WORKPLANE::Create_From_Two_Directions(V_POINT& o, V_VECTOR& d1, V_VECTOR
     const V_VECTOR v2 = d2;
     clear_name(name);
     origin = p;
-    if (!finite(x) || !finite(v2)) return st::bad_index;
+    // A NaN or infinite component reaches two components of the cross product, so naXb
+    // refuses it here like parallel directions, leaving a zero zaxis.
     if (naXb(&x, &v2, &zaxis) != st::ok) return st::bad_index;
     const short rc = normalise(&x);
     xaxis = x;
