@@ -18,9 +18,11 @@ struct KESTRA_API V_POINT {
 
     // Local to world: origin + x*X + y*Y + z*Z of the workplane (no snapping).
     void relative_to_absolute(const V_WORKPLANE& wp);
+    // The same into *out (null asserts; out may be this point).
     void relative_to_absolute(const V_WORKPLANE& wp, V_POINT* out) const;
     // World to local: ((p - o).X, (p - o).Y, (p - o).Z) (no snapping).
     void absolute_to_relative(const V_WORKPLANE& wp);
+    // The same into *out (null asserts; out may be this point).
     void absolute_to_relative(const V_WORKPLANE& wp, V_POINT* out) const;
     // Adds (dx, dy, dz).
     void translate(double dx, double dy, double dz);
@@ -31,19 +33,22 @@ struct KESTRA_API V_POINT {
 struct KESTRA_API V_VECTOR {
     double x, y, z;
 
-    // Vectors convert as points without the origin: x*X + y*Y + z*Z, and (v.X, v.Y, v.Z).
+    // Local to world without the origin: x*X + y*Y + z*Z.
     void relative_to_absolute(const V_WORKPLANE& wp);
+    // The same into *out (null asserts; out may be this vector).
     void relative_to_absolute(const V_WORKPLANE& wp, V_VECTOR* out) const;
+    // World to local without the origin: (v.X, v.Y, v.Z).
     void absolute_to_relative(const V_WORKPLANE& wp);
+    // The same into *out (null asserts; out may be this vector).
     void absolute_to_relative(const V_WORKPLANE& wp, V_VECTOR* out) const;
 };
 
 struct KESTRA_API V_SEGM {
     V_POINT start, end;
 
-    // Both forms go through the workplane's 4x4 matrix (its inverse for world to local); a
-    // frame whose matrix cannot be inverted leaves the segment unchanged in world to local.
+    // Start and end through the workplane's 4x4 matrix (local to world).
     void relative_to_absolute(V_WORKPLANE& wp);
+    // Start and end through the inverse of that matrix; unchanged when it has none.
     void absolute_to_relative(V_WORKPLANE& wp);
     // Euclidean length of end - start, passed through toll_testp.
     double compute_length() const;
@@ -55,8 +60,9 @@ struct KESTRA_API V_LINE {
     V_POINT point;
     V_VECTOR direction;
 
-    // Point as a point, direction as a vector, by the formulas of V_POINT and V_VECTOR.
+    // Local to world: point as a point, direction as a vector (V_POINT, V_VECTOR formulas).
     void relative_to_absolute(V_WORKPLANE& wp);
+    // World to local by the same member rules.
     void absolute_to_relative(V_WORKPLANE& wp);
 };
 
@@ -70,9 +76,9 @@ struct KESTRA_API V_CIRCLE {
     double radius;
     V_VECTOR normal;
 
-    // Centre as a point, normal as a vector, by the formulas of V_POINT and V_VECTOR; radius
-    // unchanged.
+    // Local to world: centre as a point, normal as a vector; radius unchanged.
     void relative_to_absolute(V_WORKPLANE& wp);
+    // World to local by the same member rules.
     void absolute_to_relative(V_WORKPLANE& wp);
     // radius < 0.0: radius and normal negated; otherwise nothing changes.
     void force_radius_to_positive();
@@ -87,9 +93,9 @@ struct KESTRA_API V_ARC {
     V_POINT start, end;
 
     // Centre, start and end as points, normal as a vector (3 x 3 block, not normalised),
-    // through the workplane matrix or its inverse; radius unchanged. A frame whose matrix
-    // cannot be inverted leaves the arc unchanged in world to local.
+    // through the workplane's 4x4 matrix (local to world); radius unchanged.
     void relative_to_absolute(V_WORKPLANE& wp);
+    // The same through the inverse of that matrix; unchanged when it has none.
     void absolute_to_relative(V_WORKPLANE& wp);
     // radius < 0.0: radius negated, start and end exchanged, normal negated.
     void force_radius_to_positive();
@@ -224,7 +230,8 @@ struct KESTRA_API V_WORKPLANE {
 
     // Origin 0, empty name, unit axes; id untouched.
     void Set_Absolute();
-    // 0, or 111 when d1 and d2 do not span a plane (fields already written stay written).
+    // 0; 111 when d1 x d2 or d1 normalises to zero (or is not finite): name and origin are
+    // set first and a failing step leaves its zero axis written, later axes untouched.
     short Create_From_Two_Directions(V_POINT& origin, V_VECTOR& d1, V_VECTOR& d2);
     // Create_From_Two_Directions(p1, p2 - p1, p3 - p1).
     short Create_From_Three_Points(V_POINT& p1, V_POINT& p2, V_POINT& p3);
@@ -240,8 +247,11 @@ struct KESTRA_API V_ORIGIN {
     char16_t name[40];
     int16_t id;
 
+    // Zero origin and axes, empty name, id 0.
     V_ORIGIN();
+    // Copies origin, axes, name (kept terminated) and id from wp.
     void SetWpl(const V_WORKPLANE& wp);
+    // Copies origin, axes, name (kept terminated) and id into *wp.
     void GetWpl(V_WORKPLANE* wp) const;
 };
 

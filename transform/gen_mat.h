@@ -84,7 +84,7 @@ KESTRA_API void mat_general_transformation(const V_POINT* from, const V_VECTOR* 
 KESTRA_API short mat_WorkPlane_World(const V_WORKPLANE* wp, V_MATRIX* to_local, V_MATRIX* to_world);
 // to_world: rows u, v, unit normal, point (u, v as chosen by the workplane axis rule, u x v =
 // normal); to_local its inverse. Either may be null. 0; 177 for a normal shorter than
-// tavotoll.angle (both untouched); 13 when not invertible (to_local untouched).
+// tavotoll.angle or not finite (both untouched); 13 when not invertible (to_local untouched).
 KESTRA_API short mat_PlaneWorld(const V_PLANE* plane, V_MATRIX* to_local, V_MATRIX* to_world);
 // Maps local coordinates of from to local coordinates of to. 0, or 13 when to is singular
 // (M untouched).
