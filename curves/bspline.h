@@ -84,8 +84,8 @@ KESTRA_API short get_linear_knot_mult(List<int>* mults, int n_distinct, int i, i
 // (1 for j <= 1); 0 when mults is null or one of those slots is unset.
 KESTRA_API int linear_knot_position(int j, List<int>* mults);
 // found = 1 and pos = k for the first distinct knot k of 1..n within the knot tolerance
-// of t; found = 0 otherwise (n < 1 included). 0 ok; 110 an unset slot before a match
-// (found 0).
+// of t; found = 0 otherwise (n < 1 included; found is cleared first). 0 ok; 110 an unset
+// slot before a match or a null pointer; 111 t not finite.
 KESTRA_API short find_knot_position(double t, List<double>& values, int n, short* found, int* pos);
 
 // ----------------------------------------------------------------------------------------
@@ -109,15 +109,18 @@ KESTRA_API short remove_knot(List<double>* values, List<int>* mults, int* n, int
 // slot; 115 no memory. Outputs may alias the inputs.
 KESTRA_API short insert_mean_knots(List<double>* values, List<int>* mults, int n,
                                    List<double>* out_values, List<int>* out_mults);
-// Maps knots 1..n affinely onto [a, b] (first to a, last to b, both exactly). 0 ok;
-// 110 null list, n < 2, unset slot or NaN; 111 source or target range shorter than the
-// knot tolerance; 150 the range already is [a, b] within the tolerance (nothing changed).
+// Maps knots 1..n affinely onto [a, b] (first to a, last to b, both exactly). Checked in
+// this order: 110 null list, n < 2, unset or NaN first or last knot; 111 source or target
+// range shorter than the knot tolerance, or a or b not finite; 150 the range already is
+// [a, b] within the tolerance (nothing changed); 110 unset or NaN interior knot (nothing
+// changed); 0 ok.
 KESTRA_API short change_knots_vector_range(List<double>* values, int n, double a, double b);
 // Maps knots 1..n onto [0, 1]: returns 0 at once when the first is exactly 0.0 and the
-// last exactly 1.0; otherwise every knot is shifted by -first, interior knots divided by
-// the span must each exceed the previous result by more than the knot tolerance, the
-// last becomes exactly 1.0. 0 ok; 110 null list, n < 2, unset slot, span below the
-// tolerance, or knots too close (knots already rescaled stay rescaled).
+// last exactly 1.0 (the interior is not read); otherwise every knot is shifted by -first,
+// interior knots divided by the span must each exceed the previous result by more than the
+// knot tolerance, the last becomes exactly 1.0. 0 ok; 110 null list, n < 2, unset slot,
+// span below the tolerance, or knots too close (knots already rescaled stay rescaled, the
+// later ones stay shifted).
 KESTRA_API short normalise_knots_vector(List<double>* values, int n);
 // normalise_knots_vector on the distinct knots of curves[0..n-1] in turn; the first
 // failure stops with 110 (earlier curves stay normalised). 0 ok; 110 null curves.

@@ -514,8 +514,9 @@ int linear_knot_position(int j, List<int>* mults)
 
 short find_knot_position(double t, List<double>& values, int n, short* found, int* pos)
 {
+    if (found) *found = 0;
     if (!found || !pos) return st::bad_input;
-    *found = 0;
+    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: no NaN search
     for (int k = 1; k <= n; ++k) {
         const double* v = values.GetPtr(uint32_t(k));
         if (!v) return st::bad_input;
@@ -537,7 +538,7 @@ short insert_knot(List<double>* values, List<int>* mults, int n, int j, double u
     if (n < 0 || j < 0 || j > n) return st::bad_index;
     if (m < 1 || m > kestra_max_multiplicity || std::isnan(u)) return st::bad_input;
     if (check_knots(*values, *mults, n, nullptr) != st::ok) return st::bad_input;
-    // u must be a new knot between its neighbours.
+    // Beyond the plain copy-and-shift: u must be a new knot between its neighbours.
     if (j >= 1 && !(u - (*values)[uint32_t(j)] >= knot_tol())) return st::bad_input;
     if (j < n && !((*values)[uint32_t(j + 1)] - u >= knot_tol())) return st::bad_input;
     List<double> v{uint32_t(n + 1)};
@@ -612,22 +613,27 @@ short insert_mean_knots(List<double>* values, List<int>* mults, int n, List<doub
 short change_knots_vector_range(List<double>* values, int n, double a, double b)
 {
     if (!values || n < 2) return st::bad_input;
-    for (int k = 1; k <= n; ++k) {
+    const double* first = values->GetPtr(1);
+    const double* last = values->GetPtr(uint32_t(n));
+    // Beyond the plain rules: unset or NaN ends are invalid data (110), not a range error.
+    if (!first || !last || std::isnan(*first) || std::isnan(*last)) return st::bad_input;
+    const double u_first = *first;
+    const double u_last = *last;
+    if (!(u_last - u_first >= knot_tol()) || !(b - a >= knot_tol())) return st::bad_index;
+    if (!std::isfinite(a) || !std::isfinite(b)) return st::bad_index;  // beyond: no infinite range
+    if (std::fabs(a - u_first) < knot_tol() && std::fabs(b - u_last) < knot_tol())
+        return st::no_change;
+    // Beyond the plain rules: the interior is checked before anything is written.
+    for (int k = 2; k < n; ++k) {
         const double* v = values->GetPtr(uint32_t(k));
         if (!v || std::isnan(*v)) return st::bad_input;
     }
-    const double u_first = (*values)[1];
-    const double u_last = (*values)[uint32_t(n)];
-    if (!(u_last - u_first >= knot_tol()) || !(b - a >= knot_tol())) return st::bad_index;
-    if (std::fabs(a - u_first) < knot_tol() && std::fabs(b - u_last) < knot_tol())
-        return st::no_change;
-    // u -> (u - u_first) (b - a) / (u_last - u_first) + a; the ends are stored exactly.
-    const double scale = (b - a) / (u_last - u_first);
-    for (int k = 2; k < n; ++k) {
+    // u -> (u - u_first) (b - a) / (u_last - u_first) + a, knots 1 to n in order; the last
+    // is stored as b exactly (the quotient may round it off by an ulp).
+    for (int k = 1; k < n; ++k) {
         double& u = (*values)[uint32_t(k)];
-        u = (u - u_first) * scale + a;
+        u = (u - u_first) * (b - a) / (u_last - u_first) + a;
     }
-    (*values)[1] = a;
     (*values)[uint32_t(n)] = b;
     return st::ok;
 }
@@ -635,15 +641,17 @@ short change_knots_vector_range(List<double>* values, int n, double a, double b)
 short normalise_knots_vector(List<double>* values, int n)
 {
     if (!values || n < 2) return st::bad_input;
-    for (int k = 1; k <= n; ++k) {
-        if (!values->IsSet(uint32_t(k))) return st::bad_input;
-    }
+    if (!values->IsSet(1) || !values->IsSet(uint32_t(n))) return st::bad_input;
     List<double>& v = *values;
     const double first = v[1];
     const double last = v[uint32_t(n)];
     if (first == 0.0 && last == 1.0) return st::ok;  // exact: already normalised
     const double span = last - first;
     if (!(span >= knot_tol())) return st::bad_input;
+    // Beyond the plain rules: an unset interior slot fails before anything is written.
+    for (int k = 2; k < n; ++k) {
+        if (!values->IsSet(uint32_t(k))) return st::bad_input;
+    }
     for (int k = 1; k <= n; ++k) v[uint32_t(k)] -= first;
     v[1] = 0.0;
     double prev = 0.0;

@@ -217,6 +217,14 @@ TEST_F(KnotTest, ChangeRangeNormaliseAndReverse_StrictRules)
     EXPECT_EQ(change_knots_vector_range(&flat, 2, 0.0, 1.0), st::bad_index);
     EXPECT_EQ(change_knots_vector_range(&v, 1, 0.0, 1.0), st::bad_input);
     EXPECT_EQ(change_knots_vector_range(&v, 5, 0.0, 1.0), st::bad_input);  // slot 5 unset
+    // An interior hole: the range checks come first, and it fails before anything is written.
+    List<double> hole;
+    hole.Put(1, 1.0);
+    hole.Put(3, 3.0);
+    EXPECT_EQ(change_knots_vector_range(&hole, 3, 1.0, 3.0), st::no_change);
+    EXPECT_EQ(change_knots_vector_range(&hole, 3, 2.0, 2.0), st::bad_index);
+    EXPECT_EQ(change_knots_vector_range(&hole, 3, 0.0, 1.0), st::bad_input);
+    EXPECT_EQ(hole[1], 1.0);
 
     List<double> u = dl({2, 3, 4, 6});
     ASSERT_EQ(normalise_knots_vector(&u, 4), st::ok);
@@ -225,6 +233,14 @@ TEST_F(KnotTest, ChangeRangeNormaliseAndReverse_StrictRules)
     List<double> kept = dl({0, 0.7, 0.3, 1});
     EXPECT_EQ(normalise_knots_vector(&kept, 4), st::ok);
     EXPECT_EQ(items(kept), (D{0, 0.7, 0.3, 1}));
+    hole.Put(1, 0.0);
+    hole.Put(3, 1.0);
+    EXPECT_EQ(normalise_knots_vector(&hole, 3), st::ok);  // the interior is not even read
+    // A failure keeps what was done: knots up to the failing one rescaled, the rest shifted.
+    List<double> part = dl({2, 2 + 1e-12, 3, 4});
+    EXPECT_EQ(normalise_knots_vector(&part, 4), st::bad_input);
+    EXPECT_EQ((D{part[1], part[3], part[4]}), (D{0, 1, 2}));
+    EXPECT_NEAR(part[2], 0.5e-12, 1e-15);
     for (const D& k : {D{2, 2 + 1e-12, 3}, D{1, 2 - 1e-12, 2}, D{1, 1}, D{0, std::nan(""), 2}}) {
         List<double> l;
         for (double x : k) l.Append(x);
