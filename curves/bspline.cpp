@@ -1,4 +1,5 @@
 #include "curves/bspline.h"
+#include "curves/curves_internal.h"
 #include "foundation/status.h"
 #include <cstring>
 

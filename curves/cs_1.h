@@ -38,6 +38,7 @@ public:
     // Takes the three lists and the scalar fields; the source is left zero-filled, no lists.
     CNurbs(CNurbs&& other) noexcept;
     CNurbs& operator=(CNurbs&& other) noexcept;
+    // Frees the three lists.
     ~CNurbs();
 
     // Frees the three lists and zero-fills every field (the state of CNurbs()).
@@ -145,8 +146,12 @@ public:
 
     // ---- text dump (cs_nucu.cpp), through debug_printf; title may be null ----
 
+    // Start line, order line with the set flags, "Form is <name>", then both dumps below.
     void DebugOutput(const char* title = nullptr) const;
+    // Start line, one line per control point (12 decimals, Cartesian, weight when
+    // rational; U and V for a 2-D curve), then "=======".
     void DebugOutputVertices(const char* title = nullptr) const;
+    // Start line, one line per distinct knot with its multiplicity, then "======= End ".
     void DebugOutputKnots(const char* title = nullptr) const;
 
     // ---- binary record (cs_nucu.cpp), little-endian ----

@@ -1,6 +1,7 @@
 #pragma once
 // Helpers shared by the curve units: list growth steps, tracked list copies and fills,
-// list replacement and tracked scratch arrays. Internal to the library (not installed).
+// list replacement, tracked scratch arrays, the linear span search and degree elevation.
+// Internal to the library (not installed, nothing here is exported).
 #include "foundation/list.h"
 #include "platform/utils.h"
 #include <cstddef>
@@ -59,5 +60,47 @@ public:
     Block& operator=(const Block&) = delete;
     T* p;
 };
+
+// ---- B-spline kernels (bspline.cpp) ----
+
+// Linear span of t in the 1-based knots T[1 .. n_cpts + order]: span in order..n_cpts with
+// T[span] <= t < T[span + 1]. t equal to T[n_cpts + 1] (the end of the range) belongs to
+// the last span of non-zero length. Exact comparisons, O(log n). 0 when t lies outside
+// [T[order], T[n_cpts + 1]] or is NaN, when no span has non-zero length, or when
+// order < 1 or n_cpts < order.
+inline int find_span_linear(int n_cpts, int order, const double* T, double t)
+{
+    if (order < 1 || n_cpts < order) return 0;
+    int lo = order;
+    int hi = n_cpts + 1;
+    if (!(t >= T[lo] && t <= T[hi])) return 0;  // outside or NaN
+    if (t >= T[hi]) {                           // the end parameter
+        int s = n_cpts;
+        while (s >= order && !(T[s] < T[s + 1])) --s;
+        return s >= order ? s : 0;
+    }
+    // Invariant T[lo] <= t < T[hi]; it ends with hi == lo + 1.
+    while (hi - lo > 1) {
+        const int mid = (lo + hi) >> 1;
+        if (t < T[mid])
+            hi = mid;
+        else
+            lo = mid;
+    }
+    return lo;
+}
+
+// Number of control points after raising a clamped B-spline by t orders:
+// n_cpts + t * (number of distinct knot values in [U[order-1], U[n_cpts]] - 1).
+// U holds the n_cpts + order knots 0-based. -1 when order < 1, n_cpts < order or t < 0.
+int bspline_elevated_count(int n_cpts, int order, const double* U, int t);
+// Raises a clamped B-spline (first order knots equal, last order knots equal) of order
+// over homogeneous points P (n_cpts points of vpp values, 0-based) by t orders, the curve
+// unchanged. U holds the n_cpts + order knots 0-based. U_out receives
+// *n_out + order + t knots, P_out *n_out * vpp values; *n_out is
+// bspline_elevated_count(). 0 ok; 110 null argument, vpp < 1, unclamped or decreasing
+// knots; 111 order < 1, n_cpts < order, t < 0 or order + t above 128; 115 no scratch.
+short bspline_elevate_degree(int n_cpts, int order, int vpp, const double* U, const double* P,
+                             int t, int* n_out, double* U_out, double* P_out);
 
 }  // namespace kestra::detail

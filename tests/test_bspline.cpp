@@ -1,6 +1,7 @@
-// B-spline and Bernstein bases, span search, Bezier half-split, GenMatrix and degree
-// elevation, checked against plain reference computations written here.
+// B-spline and Bernstein bases, span search, Bezier half-split and GenMatrix, checked
+// against plain reference computations written here.
 #include "curve_support.h"
+#include "curves/curves_internal.h"  // the inline span search
 
 using curvetest::de_boor;
 
@@ -192,62 +193,4 @@ TEST(BSplineDeathTest, OrderBelowOneAndOutsideEntriesStop)
     EXPECT_DEATH(m(2, 0) = 1.0, "assertion failed in genmatrix.h line");
     EXPECT_DEATH(m.At1(0, 1) = 1.0, "assertion failed in genmatrix.h line");
     EXPECT_DEATH(m.Resize(-1, 2), "assertion failed in genmatrix.h line");
-}
-
-// --- degree elevation ---
-
-TEST(DegreeElevation, ShapeIsPreservedAtAThousandParameters)
-{
-    using namespace kestra::detail;
-    std::mt19937 rng(5);
-    for (int order = 1; order <= 6; ++order) {
-        for (int t = 1; t <= 3; ++t) {
-            for (bool rational : {false, true}) {
-                curvetest::Ref r = curvetest::random_curve(rng, order, rational, order - 1);
-                if (order == 1) {  // a constant: one point, no interior knot
-                    r.T = {0.0, 1.0};
-                    r.Pw.resize(size_t(r.vpp));
-                }
-                const int n = r.n(), vpp = r.vpp;
-                const int n_new = bspline_elevated_count(n, order, r.T.data(), t);
-                int distinct = 1;  // each of the distinct values after the first adds t points
-                for (size_t k = 1; k < r.T.size(); ++k) distinct += r.T[k] != r.T[k - 1];
-                ASSERT_EQ(n_new, n + t * (distinct - 1));
-                std::vector<double> U2(size_t(n_new + order + t), -1.0), P2(size_t(n_new * vpp));
-                int n_out = 0;
-                ASSERT_EQ(bspline_elevate_degree(n, order, vpp, r.T.data(), r.Pw.data(), t, &n_out,
-                                                 U2.data(), P2.data()),
-                          st::ok);
-                ASSERT_EQ(n_out, n_new);
-                for (size_t k = 1; k < U2.size(); ++k) ASSERT_LE(U2[k - 1], U2[k]);
-                for (int s = 0; s <= 1000; ++s) {
-                    const std::vector<double> a = de_boor(order, r.T, r.Pw, vpp, s / 1000.0);
-                    const std::vector<double> b = de_boor(order + t, U2, P2, vpp, s / 1000.0);
-                    for (int c = 0; c < vpp; ++c)
-                        ASSERT_NEAR(a[c], b[c], 1e-10) << "order " << order << " t " << t;
-                }
-            }
-        }
-    }
-}
-
-TEST(DegreeElevation, RefusesBadArguments_ZeroStepsCopy_NoScratch115)
-{
-    std::vector<double> P{0, 1, 2, 3}, U2(16), P2(16);
-    int n_out = 0;
-    const auto elevate = [&](std::vector<double> U, int order, int n, int vpp, int t) {
-        return kestra::detail::bspline_elevate_degree(n, order, vpp, U.data(), P.data(), t, &n_out,
-                                                      U2.data(), P2.data());
-    };
-    EXPECT_EQ(elevate({0, 0, 0.5, 1, 1.5}, 2, 3, 1, 1), st::bad_input);     // unclamped end
-    EXPECT_EQ(elevate({0, 0, 0.5, 1, 1}, 2, 3, 1, -1), st::bad_index);      // negative steps
-    EXPECT_EQ(elevate({0, 0, 0.5, 1, 1}, 2, 3, 0, 1), st::bad_input);       // no values
-    EXPECT_EQ(elevate({0, 0, 0.5, 0.5, 1, 1}, 2, 4, 1, 1), st::bad_input);  // full interior
-    EXPECT_EQ(elevate({0, 0, std::nan(""), 1, 1}, 2, 3, 1, 1), st::bad_input);
-    ASSERT_EQ(elevate({0, 0, 0, 1, 1, 1}, 3, 3, 1, 0), st::ok);
-    EXPECT_EQ(std::vector<double>(P2.begin(), P2.begin() + 4), (std::vector<double>{0, 1, 2, 0}));
-    EXPECT_EQ(n_out, 3);
-    v_memptr_fail_after(0);
-    EXPECT_EQ(elevate({0, 0, 0, 1, 1, 1}, 3, 3, 1, 1), st::no_memory);
-    v_memptr_fail_after(-1);
 }

@@ -414,6 +414,52 @@ TEST_F(KnotTest, EqualiseOrder_RaisesKeepingTheShape_RefusesUnclamped)
     EXPECT_EQ(u[0].order, 2);
 }
 
+TEST_F(KnotTest, EqualiseOrder_RandomCurvesRaisedUpToThreeOrders_ShapeKept)
+{
+    // Raising by t keeps the curve and the knot values and adds t copies to every distinct
+    // knot, so the number of points grows by t * (distinct knots - 1).
+    std::mt19937 rng(5);
+    for (int order = 2; order <= 6; ++order) {
+        for (int t = 1; t <= 3; ++t) {
+            for (bool rational : {false, true}) {
+                const curvetest::Ref r = curvetest::random_curve(rng, order, rational, order - 1);
+                CNurbs c[2] = {curvetest::build(r),
+                               curvetest::build(curvetest::random_curve(rng, order + t, false, 1))};
+                const D knots = items(*c[0].knots);
+                I want = items(*c[0].mults);
+                for (int& m : want) m += t;
+                ASSERT_EQ(equalise_order(2ul, c), st::ok);
+                EXPECT_EQ(c[0].order, order + t);
+                EXPECT_EQ(items(*c[0].knots), knots);
+                EXPECT_EQ(items(*c[0].mults), want);
+                EXPECT_EQ(c[0].n_cpts, r.n() + t * (int(knots.size()) - 1));
+                curvetest::expect_same_shape(c[0], r, 1e-10);
+            }
+        }
+    }
+    // A break inside (a knot of full multiplicity) cannot be raised: refused, unchanged.
+    CNurbs b[2] = {curve(2, {0, 0, 0.5, 0.5, 1, 1}, {0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0}),
+                   curve(3, {0, 0, 0, 1, 1, 1}, {0, 0, 0, 1, 1, 1, 2, 2, 2})};
+    EXPECT_EQ(equalise_order(2ul, b), st::bad_input);
+    EXPECT_EQ((I{b[0].order, b[0].n_cpts}), (I{2, 4}));
+    // Memory running out at each allocation in turn: 115 and the curve as it was.
+    const curvetest::Ref r0 = curvetest::random_curve(rng, 3, true, 2);
+    const curvetest::Ref r1 = curvetest::random_curve(rng, 5, false, 1);
+    bool raised = false;
+    for (long fail = 0; fail < 50 && !raised; ++fail) {
+        CNurbs d[2] = {curvetest::build(r0), curvetest::build(r1)};
+        v_memptr_fail_after(fail);
+        const short rc = equalise_order(2ul, d);
+        v_memptr_fail_after(-1);
+        raised = rc == st::ok;
+        if (!raised) {
+            ASSERT_EQ(rc, st::no_memory);
+            curvetest::expect_same_lists(d[0], curvetest::build(r0));
+        }
+    }
+    EXPECT_TRUE(raised);
+}
+
 TEST_F(KnotTest, EqualiseKnots_OneVectorShapesKept_FailuresLeaveConsistentCurves)
 {
     const auto make = [](CNurbs* c) {
