@@ -265,6 +265,8 @@ inline void sum_points(const double* P, int vpp, const double* B, int order, dou
 
 // Point and nder derivatives (0..2) of c at t, Cartesian: out[d * dim + c] for derivative
 // d and coordinate c, dim = vpp - rational. Codes as CNurbs::Eval.
+// Beyond the plain span rule (Find_Span over [K[1], K[n]]): t must lie in the parameter
+// range [T[order], T[n_cpts + 1]], so an unclamped curve never reads outside its points.
 short eval_curve(const CNurbs& c, double t, List<double>* linear, int nder, double* out)
 {
     if (!std::isfinite(t)) return st::bad_index;
@@ -600,6 +602,7 @@ short CNurbs::Find_Interval(double t, int* j) const
     if (!knot_lists_usable(*this) || !j) return st::bad_input;
     const double* K0 = knots->items;  // K(i) = K0[i - 1]
     const int n = n_knots;
+    if (!knots->IsSet(1) || !knots->IsSet(static_cast<uint32_t>(n))) return st::bad_input;
     if (t < K0[0] || t > K0[n - 1]) return st::bad_index;
     if (std::fabs(K0[n - 1] - t) < tavotoll.param) {  // the end belongs to the last interval
         *j = n - 1;
@@ -608,6 +611,9 @@ short CNurbs::Find_Interval(double t, int* j) const
     int low = 1, high = n, mid = (n + 1) / 2;
     for (int steps = 0;; ++steps) {
         if (mid < 1 || mid >= n || steps > 64) return st::bad_input;
+        if (!knots->IsSet(static_cast<uint32_t>(mid)) ||
+            !knots->IsSet(static_cast<uint32_t>(mid) + 1))
+            return st::bad_input;
         if (K0[mid - 1] <= t && t < K0[mid]) break;
         if (t < K0[mid - 1])
             high = mid;
@@ -626,7 +632,10 @@ short CNurbs::Find_Span(double t, int* span) const
     if (rc != st::ok) return rc;
     if (!span) return st::bad_input;
     int64_t sum = 0;
-    for (int k = 0; k < j; ++k) sum += mults->items[k];
+    for (int k = 0; k < j; ++k) {
+        if (!mults->IsSet(static_cast<uint32_t>(k) + 1)) return st::bad_input;
+        sum += mults->items[k];
+    }
     if (sum < 1 || sum > INT32_MAX) return st::bad_input;
     *span = static_cast<int>(sum);
     return st::ok;
