@@ -171,15 +171,19 @@ public:
 
     // ---- knot insertion and removal (cs_nucu2.cpp) ----
 
-    // Inserts u r more times (existing knot: target multiplicity rules, capped at order-1;
-    // new knot: exactly r copies). 0 ok (also when nothing needed inserting); 110 r < 1,
-    // unusable curve or no memory; 111 u outside the parameter range or not finite.
+    // Inserts u r more times (existing knot, u within the knot tolerance of it: nothing when
+    // it already has order-1 or at least r copies, else capped at order-1 copies; new knot:
+    // exactly r copies). 0 ok (also when nothing needed inserting); 110 r < 1 for a new
+    // knot, unusable curve or no memory; 111 u outside the parameter range or not finite.
+    // The control list keeps its growth step, the knot lists grow by their new count.
     // The curve is unchanged on failure.
     short InsertKnot(double u, int r);
     // Removes the knot u up to num times while the squared distance of the meeting points
-    // stays <= tol; *removed gets the count. 0 ok; 110 nothing removed, u not a knot (within
-    // the knot tolerance) or an end knot, null removed; 111 u outside the range or not
-    // finite. The curve is unchanged on failure.
+    // stays <= tol; *removed gets the count. u must be within the knot tolerance (inclusive)
+    // of the knot that starts its interval (Find_Interval), so a value just below a knot is
+    // not that knot. 0 ok; 110 nothing removed, u not a knot or an end knot, null removed;
+    // 111 u outside the range or not finite. The lists keep their growth steps. The curve
+    // is unchanged on failure.
     short RemoveKnot(double u, int num, int* removed, double tol);
     // Inserts the knots to add, given in multiplicity form (values increasing, within the
     // parameter range; each value is added mult times). Counts and lists change, the flags

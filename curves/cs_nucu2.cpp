@@ -19,6 +19,7 @@ using kestra::detail::Block;
 using kestra::detail::growth_step;
 using kestra::detail::make_list;
 using kestra::detail::replace_list;
+using kestra::detail::sized_list;
 using kestra::detail::tracked_delete;
 
 // Every slot 1..count of the list is set.
@@ -84,14 +85,11 @@ int64_t span_0(int64_t n, int64_t p, const double* U, double u)
     return low;
 }
 
-// Replaces c's control points and knots by the new arrays (nk distinct knots, n points);
-// false when memory runs out (c unchanged).
-bool commit(CNurbs& c, const double* P, int n, const double* K, const int* M, int nk)
+// Makes the new lists the curve's (n points, nk distinct knots) when all three exist and
+// frees them otherwise; false then, the curve unchanged.
+bool install(CNurbs& c, List<double>* new_cpts, List<double>* new_knots, List<int>* new_mults,
+             int64_t n, int nk)
 {
-    const uint32_t len = static_cast<uint32_t>(n) * static_cast<uint32_t>(c.vpp);
-    List<double>* new_cpts = make_list(P, len, growth_step(len));
-    List<double>* new_knots = make_list(K, static_cast<uint32_t>(nk), growth_step(nk));
-    List<int>* new_mults = make_list(M, static_cast<uint32_t>(nk), growth_step(nk));
     if (!new_cpts || !new_knots || !new_mults) {
         tracked_delete(new_cpts);
         tracked_delete(new_knots);
@@ -101,9 +99,21 @@ bool commit(CNurbs& c, const double* P, int n, const double* K, const int* M, in
     replace_list(c.cpts, new_cpts);
     replace_list(c.knots, new_knots);
     replace_list(c.mults, new_mults);
-    c.n_cpts = n;
+    c.n_cpts = static_cast<int32_t>(n);
     c.n_knots = nk;
     return true;
+}
+
+// Replaces c's control points and knots by copies of the arrays (nk distinct knots, n
+// points), the lists made with the given growth steps; false when memory runs out (c
+// unchanged).
+bool commit(CNurbs& c, const double* P, int64_t n, const double* K, const int* M, int nk,
+            uint32_t grow_cpts, uint32_t grow_knots, uint32_t grow_mults)
+{
+    const uint32_t len = static_cast<uint32_t>(n) * static_cast<uint32_t>(c.vpp);
+    return install(c, make_list(P, len, grow_cpts),
+                   make_list(K, static_cast<uint32_t>(nk), grow_knots),
+                   make_list(M, static_cast<uint32_t>(nk), grow_mults), n, nk);
 }
 
 // Distinct-knot interval k of u on a curve the knot operations can work on, u allowed the
@@ -151,9 +161,10 @@ bool removable(const double* P, const double* Q, int vpp, bool rational, double 
 // up by one and replaces P[i], i = kc .. kc-p+1 (downwards, in place), by
 //   a P[i] + (1 - a) P[i-1],  a = (u - T[i]) / (T[i+p] - T[i])
 // over the current knots T: the original ones up to kk, j - 1 copies of u, the rest.
+// The result is built in new lists (the control list keeps the curve's growth step, as a
+// copy of the curve would; the knot lists grow by their new count) and then installed.
 short CNurbs::InsertKnot(double u, int r)
 {
-    if (r < 1) return st::bad_input;
     int k = 0;
     const short rc = knot_interval(*this, u, &k);
     if (rc != st::ok) return rc;
@@ -168,22 +179,23 @@ short CNurbs::InsertKnot(double u, int r)
         // Asking for no more copies than the knot has changes nothing, as does a full knot.
         if (s >= order - 1 || s >= r) return st::ok;
         if (s + r > order - 1) r = order - 1 - s;
+    } else if (r < 1) {
+        return st::bad_input;  // beyond the plain rules: a new knot needs at least one copy
     }
     const int64_t kk = last_copy(M, k);
     const int p = order - 1;
-    if (kk < order || kk > n_cpts) return st::bad_index;  // outside the curve's range
+    // Beyond the plain rules: on an unclamped curve u may lie outside the parameter range.
+    if (kk < order || kk > n_cpts) return st::bad_index;
     const int64_t n_new = static_cast<int64_t>(n_cpts) + r;
     const int V = vpp;
     if (n_new > INT32_MAX || n_new * V >= UINT32_MAX) return st::bad_input;
+    const int n_k = existing ? n : n + 1;
 
     // F: final knots at global linear indices kk-p+1 .. kk+p+r; buf: points kk-p .. kk+r.
     const size_t n_f = static_cast<size_t>(2 * p) + static_cast<size_t>(r);
     Block<double> f(n_f);
     Block<double> buf((static_cast<size_t>(p) + r + 1) * V);
-    Block<double> q(static_cast<size_t>(n_new) * V);
-    Block<double> kn(static_cast<size_t>(n) + 1);
-    Block<int> mn(static_cast<size_t>(n) + 1);
-    if (!f.p || !buf.p || !q.p || !kn.p || !mn.p) return st::bad_input;
+    if (!f.p || !buf.p) return st::bad_input;
 
     // Linear knots kk-p+1 .. kk+p into F around the r copies of u.
     {
@@ -215,25 +227,33 @@ short CNurbs::InsertKnot(double u, int r)
             for (int c = 0; c < V; ++c) Pi[c] = a * Pi[c] + (1.0 - a) * Pm[c];
         }
     }
-    // Q = P[1 .. kk-p], the window's new points, P[kk+1 .. n] shifted by r.
-    const size_t sz = sizeof(double) * V;
-    std::memcpy(q.p, P, static_cast<size_t>(base) * sz);
-    std::memcpy(q.p + base * V, buf.p + V, static_cast<size_t>(p + r) * sz);
-    std::memcpy(q.p + (kk + r) * V, P + kk * V, static_cast<size_t>(n_cpts - kk) * sz);
 
-    int n_k = n;
-    std::memcpy(kn.p, K, static_cast<size_t>(n) * sizeof(double));
-    std::memcpy(mn.p, M, static_cast<size_t>(n) * sizeof(int));
-    if (existing) {
-        mn.p[k - 1] += r;
-    } else {  // u after K(k)
-        std::memmove(kn.p + k + 1, kn.p + k, static_cast<size_t>(n - k) * sizeof(double));
-        std::memmove(mn.p + k + 1, mn.p + k, static_cast<size_t>(n - k) * sizeof(int));
-        kn.p[k] = u;
-        mn.p[k] = r;
-        ++n_k;
+    List<double>* new_cpts = sized_list<double>(static_cast<uint32_t>(n_new * V), cpts->grow_by);
+    List<double>* new_knots = sized_list<double>(static_cast<uint32_t>(n_k), growth_step(n_k));
+    List<int>* new_mults = sized_list<int>(static_cast<uint32_t>(n_k), growth_step(n_k));
+    if (new_cpts && new_knots && new_mults) {
+        // Q = P[1 .. kk-p], the window's new points, P[kk+1 .. n] shifted by r: the points
+        // outside the window are copied once, in two blocks.
+        double* Q = new_cpts->items;
+        const size_t sz = sizeof(double) * V;
+        std::memcpy(Q, P, static_cast<size_t>(base) * sz);
+        std::memcpy(Q + base * V, buf.p + V, static_cast<size_t>(p + r) * sz);
+        std::memcpy(Q + (kk + r) * V, P + kk * V, static_cast<size_t>(n_cpts - kk) * sz);
+        double* kn = new_knots->items;
+        int* mn = new_mults->items;
+        std::memcpy(kn, K, static_cast<size_t>(k) * sizeof(double));
+        std::memcpy(mn, M, static_cast<size_t>(k) * sizeof(int));
+        const int after = existing ? k : k + 1;  // where the knots after K(k) go
+        std::memcpy(kn + after, K + k, static_cast<size_t>(n - k) * sizeof(double));
+        std::memcpy(mn + after, M + k, static_cast<size_t>(n - k) * sizeof(int));
+        if (existing) {
+            mn[k - 1] += r;
+        } else {  // u after K(k)
+            kn[k] = u;
+            mn[k] = r;
+        }
     }
-    return commit(*this, q.p, static_cast<int>(n_new), kn.p, mn.p, n_k) ? st::ok : st::bad_input;
+    return install(*this, new_cpts, new_knots, new_mults, n_new, n_k) ? st::ok : st::bad_input;
 }
 
 // --- knot removal ---
@@ -256,9 +276,10 @@ short CNurbs::RemoveKnot(double u, int num, int* removed, double tol)
     const double* K = knots->items;
     const int* M = mults->items;
     const int n = n_knots;
-    if (k < n && K[k] - u <= tavotoll.param) ++k;  // just below the next knot: that knot
-    if (!(std::fabs(K[k - 1] - u) <= tavotoll.param)) return st::bad_input;  // not a knot
-    if (k == 1 || k == n) return st::bad_input;  // end knots are not removed
+    // The knot starting u's interval must be u, within the tolerance inclusive (a value
+    // just below a knot lies in the interval before it and so is not that knot).
+    if (!(std::fabs(K[k - 1] - u) <= tavotoll.param)) return st::bad_input;
+    if (k == 1) return st::bad_input;  // the first knot is not removed
     u = K[k - 1];
     int s = M[k - 1];
     const int attempts = num < s ? num : s;
@@ -345,7 +366,9 @@ short CNurbs::RemoveKnot(double u, int num, int* removed, double tol)
         std::memmove(mn.p + k - 1, mn.p + k, static_cast<size_t>(n - k) * sizeof(int));
         --n_k;
     }
-    if (!commit(*this, pw.p, static_cast<int>(nn), kn.p, mn.p, n_k)) return st::bad_input;
+    // The copy's lists, trimmed: every growth step stays the curve's.
+    if (!commit(*this, pw.p, nn, kn.p, mn.p, n_k, cpts->grow_by, knots->grow_by, mults->grow_by))
+        return st::bad_input;
     *removed = count;
     return st::ok;
 }
@@ -464,7 +487,11 @@ short CNurbs::knot_refinement(List<double>& values, List<int>& mult)
             ++n_k;
         }
     }
-    return commit(*this, Q.p, static_cast<int>(n_new), kn.p, mn.p, n_k) ? st::ok : st::no_memory;
+    const uint32_t len = static_cast<uint32_t>(n_new) * static_cast<uint32_t>(V);
+    return commit(*this, Q.p, n_new, kn.p, mn.p, n_k, growth_step(len), growth_step(n_k),
+                  growth_step(n_k))
+               ? st::ok
+               : st::no_memory;
 }
 
 short CNurbs::FindSpan(double u, int* k) const

@@ -25,9 +25,9 @@ template <class T> List<T>* copy_list(const List<T>* src)
     return src ? tracked_new<List<T>>(*src) : nullptr;
 }
 
-// A list holding src[0 .. count-1] in slots 1..count, copied in one piece; null when memory
-// runs out.
-template <class T> List<T>* make_list(const T* src, uint32_t count, uint32_t grow_by)
+// A list of count occupied slots (zero-filled, for the caller to overwrite through items);
+// null when memory runs out.
+template <class T> List<T>* sized_list(uint32_t count, uint32_t grow_by)
 {
     List<T>* l = tracked_new<List<T>>(grow_by < 1 ? 1u : grow_by);
     if (!l) return nullptr;
@@ -36,9 +36,18 @@ template <class T> List<T>* make_list(const T* src, uint32_t count, uint32_t gro
         tracked_delete(l);
         return nullptr;
     }
-    std::memcpy(static_cast<void*>(l->items), src, static_cast<size_t>(count) * sizeof(T));
     std::memset(l->set, 1, count);
     l->next = count + 1;
+    return l;
+}
+
+// A list holding src[0 .. count-1] in slots 1..count, copied in one piece; null when memory
+// runs out.
+template <class T> List<T>* make_list(const T* src, uint32_t count, uint32_t grow_by)
+{
+    List<T>* l = sized_list<T>(count, grow_by);
+    if (l && count != 0)
+        std::memcpy(static_cast<void*>(l->items), src, static_cast<size_t>(count) * sizeof(T));
     return l;
 }
 

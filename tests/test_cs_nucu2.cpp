@@ -1,6 +1,7 @@
 // Knot insertion, refinement and removal: the shape is checked against a plain de Boor
 // evaluation of the original curve at 1000 parameters, the rules for existing knots by hand.
 #include "curve_support.h"
+#include "io_support.h"
 
 using curvetest::build;
 using curvetest::expect_same_lists;
@@ -10,6 +11,8 @@ using curvetest::Ref;
 using I = std::vector<int>;
 
 namespace {
+
+using RemoveKnotTest = testsupport::LeakFree;  // restores tavotoll
 
 // Clamped cubic on [0, 1] with the interior knots 0.25 and 0.5; six points.
 Ref cubic()
@@ -31,11 +34,16 @@ TEST(InsertKnot, ExistingKnotsTakeATarget_NewKnotsExactlyRCopies)
     const CNurbs original = build(r);
     CNurbs c = original;
     EXPECT_EQ(c.InsertKnot(0.5, 1), st::ok);  // there once already: s >= r inserts nothing
+    EXPECT_EQ(c.InsertKnot(0.5, 0), st::ok);  // so does asking for none
     expect_same_lists(c, original);
     CNurbs two = original;
     ASSERT_EQ(two.InsertKnot(0.5, 2), st::ok);
     EXPECT_EQ((I{two.n_cpts, mult_of(two, 0.5)}), (I{8, 3}));  // 2 more points, 3 copies
     expect_same_shape(two, r);
+    // Worked on a copy of the curve: the control list keeps its growth step; the knot lists
+    // grow by their count (4 distinct knots here, 5 after a new one).
+    EXPECT_EQ((I{int(two.cpts->grow_by), int(two.knots->grow_by), int(two.mults->grow_by)}),
+              (I{int(original.cpts->grow_by), 4, 4}));
     CNurbs three = original;
     ASSERT_EQ(three.InsertKnot(0.5, 3), st::ok);  // capped at order - 1 = 3 copies
     expect_same_lists(three, two);
@@ -47,7 +55,7 @@ TEST(InsertKnot, ExistingKnotsTakeATarget_NewKnotsExactlyRCopies)
     expect_same_lists(below, two);
     CNurbs fresh = original;
     ASSERT_EQ(fresh.InsertKnot(0.75, 6), st::ok);  // a new knot: not capped
-    EXPECT_EQ((I{fresh.n_cpts, mult_of(fresh, 0.75)}), (I{12, 6}));
+    EXPECT_EQ((I{fresh.n_cpts, mult_of(fresh, 0.75), int(fresh.knots->grow_by)}), (I{12, 6, 5}));
     expect_same_shape(fresh, r);
 }
 
@@ -122,7 +130,7 @@ TEST(RemoveKnot, ToleranceIsASquaredDistance)
     EXPECT_EQ(curvetest::items(*c.cpts), (std::vector<double>{0, 0, 0, 2, 0, 0}));
 }
 
-TEST(RemoveKnot, Guards_WeightsMagnitudeRangeAndKnots)
+TEST_F(RemoveKnotTest, Guards_WeightsMagnitudeRangeAndKnots)
 {
     Ref light = cubic();  // weights of 5e-10 lie below 100 times the minimum weight
     light.rational = true;
@@ -147,8 +155,16 @@ TEST(RemoveKnot, Guards_WeightsMagnitudeRangeAndKnots)
     EXPECT_EQ(d.RemoveKnot(0.25, 0, &removed, 1e9), st::bad_input);  // nothing asked
     EXPECT_EQ(d.RemoveKnot(0.25, 1, nullptr, 1e9), st::bad_input);
     EXPECT_EQ(d.RemoveKnot(0.25, 1, &removed, 1e-6), st::bad_input);  // the knot is needed
-    ASSERT_EQ(d.RemoveKnot(0.25 - 5e-12, 1, &removed, 1e6), st::ok);  // a large tolerance
+    // Just below 0.25 lies in [0, 0.25): the knot starting that interval is 0, not 0.25.
+    EXPECT_EQ(d.RemoveKnot(0.25 - 5e-12, 1, &removed, 1e6), st::bad_input);
+    ASSERT_EQ(d.RemoveKnot(0.25 + 5e-12, 1, &removed, 1e6), st::ok);  // a large tolerance
     EXPECT_EQ((I{d.n_cpts, d.n_knots}), (I{5, 3}));
+    EXPECT_EQ(d.cpts->grow_by, build(cubic()).cpts->grow_by);  // the copy's lists, trimmed
+    // The match includes the tolerance itself: 0.3125 - 0.25 is exactly 2^-4.
+    tavotoll.param = 0.0625;
+    CNurbs e = build(cubic());
+    ASSERT_EQ(e.RemoveKnot(0.3125, 1, &removed, 1e6), st::ok);
+    EXPECT_EQ(mult_of(e, 0.25), 0);
 }
 
 // --- shape ---
