@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string>
 #include <utility>
-#include <vector>
 
 using namespace testsupport;
 
@@ -52,8 +51,7 @@ TEST_F(ElementOwnership, TypeSet_KeepsTheSameTypeReleasesAndPreparesOthers)
     e.TypeSet(19);
     EXPECT_EQ(e.curve.cpts, before);  // the same lists, not a fresh empty curve
     e.TypeSet(20);
-    EXPECT_EQ(v_memptr_live_count(), empty);
-    EXPECT_EQ(e.polyline.Points(), nullptr);
+    EXPECT_TRUE(v_memptr_live_count() == empty && e.polyline.Points() == nullptr);
     ASSERT_EQ(e.SetPolyline(make_points(4)), st::ok);
     e.TypeSet(26);
     EXPECT_EQ(v_memptr_live_count(), empty);
@@ -62,16 +60,15 @@ TEST_F(ElementOwnership, TypeSet_KeepsTheSameTypeReleasesAndPreparesOthers)
     e.TypeSet(21);  // a reserved code from 19 up is plain: released, nothing prepared
     EXPECT_EQ(v_memptr_live_count(), empty);
     e.TypeSet(19);
-    EXPECT_EQ(e.curve.cpts, nullptr);
-    EXPECT_EQ(e.curve.order + e.curve.n_cpts + e.curve.vpp + e.curve.n_knots, 0);
+    EXPECT_TRUE(e.curve.cpts == nullptr &&
+                e.curve.order + e.curve.n_cpts + e.curve.vpp + e.curve.n_knots == 0);
     e.SetCurve(quarter_curve());
     e.SetPoint(V_POINT{1, 1, 1});  // setters of plain kinds release too
     EXPECT_EQ(v_memptr_live_count(), empty);
     // p_Destroy releases and keeps the type; a second one finds nothing to free.
     e.SetCurve(quarter_curve());
     e.p_Destroy();
-    EXPECT_TRUE(e.TypeGet() == 19 && e.curve.cpts == nullptr);
-    EXPECT_EQ(v_memptr_live_count(), empty);
+    EXPECT_TRUE(e.TypeGet() == 19 && e.curve.cpts == nullptr && v_memptr_live_count() == empty);
     e.p_Destroy();
 }
 
@@ -101,27 +98,22 @@ TEST_F(ElementOwnership, OwningSetters_CopyOrTakeTheirArgument)
     V_ELEMENT e;
     CNurbs c = quarter_curve();
     e.SetCurve(c);
-    EXPECT_NE(e.curve.cpts, c.cpts);
-    EXPECT_EQ(e.curve.cpts->Count(), c.cpts->Count());
+    EXPECT_TRUE(e.curve.cpts != c.cpts && e.curve.cpts->Count() == c.cpts->Count());
     List<double>* taken = c.cpts;
     e.MoveCurve(c);
     EXPECT_TRUE(e.curve.cpts == taken && c.cpts == nullptr);
-
     Polyline pl;
     ASSERT_EQ(pl.Create(make_points(5)), st::ok);
     e.SetPolyline(pl);
-    EXPECT_NE(e.polyline.Points(), pl.Points());
-    EXPECT_EQ(e.polyline.Count(), 5u);
+    EXPECT_TRUE(e.polyline.Points() != pl.Points() && e.polyline.Count() == 5u);
     List<V_POINT>* list = pl.Points();
     e.MovePolyline(pl);
     EXPECT_TRUE(e.polyline.Points() == list && pl.Points() == nullptr);
-
     PointSet ps;
     ASSERT_EQ(ps.Create(make_points(4), kWorld), st::ok);
     ps.count_word = 9;
     e.SetPointSet(ps);
-    EXPECT_NE(e.pointset.points, ps.points);
-    EXPECT_EQ(e.pointset.count_word, 9u);
+    EXPECT_TRUE(e.pointset.points != ps.points && e.pointset.count_word == 9u);
     List<V_POINT>* pts = ps.points;
     e.MovePointSet(ps);
     EXPECT_TRUE(e.pointset.points == pts && ps.points == nullptr);
@@ -130,18 +122,16 @@ TEST_F(ElementOwnership, OwningSetters_CopyOrTakeTheirArgument)
     // stays (the count word), and a failure leaves the points held before.
     ASSERT_EQ(e.SetPointSet(100ul, 7ul), st::ok);
     EXPECT_TRUE(e.pointset.points->capacity == 100 && e.pointset.deleted->capacity == 7);
-    EXPECT_EQ(e.pointset.Count(), 0u);
-    EXPECT_EQ(e.pointset.count_word, 9u);
+    EXPECT_TRUE(e.pointset.Count() == 0u && e.pointset.count_word == 9u);
     const List<V_POINT> three = make_points(3);
-    v_memptr_fail_after(0);
-    EXPECT_EQ(e.SetPolyline(three), st::no_memory);
-    v_memptr_fail_after(-1);
-    EXPECT_TRUE(e.TypeGet() == 20 && e.polyline.Points() == nullptr);
-    ASSERT_EQ(e.SetPolyline(make_points(2)), st::ok);
-    v_memptr_fail_after(0);
-    EXPECT_EQ(e.SetPolyline(three), st::no_memory);
-    v_memptr_fail_after(-1);
-    EXPECT_EQ(e.polyline.Count(), 2u);
+    for (uint32_t held : {0u, 2u}) {  // from a point set, then over a polyline of two points
+        ASSERT_TRUE(!held || e.SetPolyline(make_points(held)) == st::ok);
+        v_memptr_fail_after(0);
+        EXPECT_EQ(e.SetPolyline(three), st::no_memory);
+        v_memptr_fail_after(-1);
+        EXPECT_TRUE(e.TypeGet() == 20 &&
+                    (held ? e.polyline.Count() == held : !e.polyline.Points()));
+    }
 }
 
 // --- copy and move ---
@@ -159,20 +149,17 @@ TEST_F(ElementOwnership, CopyAndMove_DeepCopiesTheMoveLeavesTheSourceReadableUnt
     std::memcpy(before, &a.curve, sizeof before);
     List<double>* src_list = a.curve.cpts;
     V_ELEMENT b(std::move(a));
-    EXPECT_EQ(a.TypeGet(), 0);
-    EXPECT_EQ(b.TypeGet(), 19);
+    EXPECT_TRUE(a.TypeGet() == 0 && b.TypeGet() == 19);
     EXPECT_NE(b.curve.cpts, src_list);  // a deep copy, not a take-over
     EXPECT_EQ(std::memcmp(before, &a.curve, sizeof before), 0);
-    EXPECT_EQ(src_list->Count(), 12u);  // the source's lists are alive and unchanged
-    EXPECT_EQ((*src_list)[5], (*b.curve.cpts)[5]);
+    // the source's lists are alive and unchanged
+    EXPECT_TRUE(src_list->Count() == 12u && (*src_list)[5] == (*b.curve.cpts)[5]);
 
     // Reusing the moved-from element releases what it still held.
     V_ELEMENT dst;
     ASSERT_EQ(a.SetPolyline(make_points(7)), st::ok);
-    dst.Move(a);
-    EXPECT_EQ(a.TypeGet(), 0);
-    EXPECT_EQ(dst.polyline.Count(), 7u);
-    EXPECT_EQ(a.polyline.Count(), 7u);  // still readable after the move
+    dst.Move(a);  // the source still readable after the move
+    EXPECT_TRUE(a.TypeGet() == 0 && dst.polyline.Count() == 7u && a.polyline.Count() == 7u);
     ASSERT_EQ(a.SetPointSet(make_points(2), kWorld), st::ok);
     dst = std::move(a);
     EXPECT_EQ(dst.pointset.Count(), 2u);
@@ -188,8 +175,7 @@ TEST_F(ElementOwnership, CopyAndMove_DeepCopiesTheMoveLeavesTheSourceReadableUnt
     // (released with the element: the fixture counts leaks).
     dst.SetCurve(quarter_curve());
     dst.Move(dst);
-    EXPECT_EQ(dst.TypeGet(), 0);
-    EXPECT_EQ(dst.curve.cpts->Count(), 12u);
+    EXPECT_TRUE(dst.TypeGet() == 0 && dst.curve.cpts->Count() == 12u);
 }
 
 // --- dump ---
@@ -202,20 +188,14 @@ TEST_F(ElementDump, FieldLinesPerKind)
     char name[] = "arc";
     const Lines got = dump_of([&] {
         V_ELEMENT e;
-        e.SetSegment(1, 2.5, -3, 0.125, 0, 1e3);
-        e.DebugOutput("s1");
-        e.SetCircle(V_POINT{0, 0, 1}, 2.25, V_VECTOR{0, 0, -1});
-        e.DebugOutput("c");
+        e.SetSegment(1, 2.5, -3, 0.125, 0, 1e3), e.DebugOutput("s1");
+        e.SetCircle(V_POINT{0, 0, 1}, 2.25, V_VECTOR{0, 0, -1}), e.DebugOutput("c");
         e.SetArc(V_POINT{0, 0, 0}, 1, V_POINT{1, 0, 0}, V_POINT{0, 1, 0}, V_VECTOR{0, 0, 1});
         e.DebugOutput(name);
-        e.SetText(t);
-        e.DebugOutput("t");
-        e.SetPoint(1, 2, 3);
-        e.DebugOutput("p");
-        e.TypeSet(9);
-        e.DebugOutput(nullptr);
-        e.TypeSet(26);
-        e.DebugOutput("ps");
+        e.SetText(t), e.DebugOutput("t");
+        e.SetPoint(1, 2, 3), e.DebugOutput("p");
+        e.TypeSet(9), e.DebugOutput(nullptr);
+        e.TypeSet(26), e.DebugOutput("ps");
     });
     const Lines want = {"s1 : Segment\n",
                         "Start X1.000000 Y2.500000 Z-3.000000\n",
@@ -256,10 +236,9 @@ TEST_F(ElementDump, LongTextIsOneLineCurveAndPolylineHandOver)
                           "2 - 1.000,2.000,-1.000\n"}));
     e.SetCurve(quarter_curve());
     got = dump_of([&] { e.DebugOutput("cv"); });
-    ASSERT_GE(got.size(), 3u);
-    EXPECT_EQ(got[0], "======= Start \" cv \"\n");
-    EXPECT_EQ(got[1], "Order = 3 Rational\n");
-    EXPECT_EQ(got[2], "Form is CIRCULAR_ARC\n");
+    got.resize(3);
+    EXPECT_EQ(
+        got, (Lines{"======= Start \" cv \"\n", "Order = 3 Rational\n", "Form is CIRCULAR_ARC\n"}));
 }
 
 // --- conversions ---
@@ -270,17 +249,15 @@ TEST_F(ElementConvert, ArcToCircleSegmentToLine)
     e.SetArc(V_POINT{1, 2, 3}, 4, V_POINT{5, 2, 3}, V_POINT{1, 6, 3}, V_VECTOR{0, 0, 1});
     EXPECT_EQ(e.convert_S_to_L(), st::wrong_kind);
     EXPECT_EQ(e.convert_A_to_C(), st::ok);
-    EXPECT_EQ(e.TypeGet(), 4);
-    EXPECT_TRUE(e.circle.centre.y == 2.0 && e.circle.radius == 4.0 && e.circle.normal.z == 1.0);
+    EXPECT_TRUE(e.TypeGet() == 4 && e.circle.centre.y == 2.0 && e.circle.radius == 4.0 &&
+                e.circle.normal.z == 1.0);
     EXPECT_EQ(e.convert_A_to_C(), st::wrong_kind);
     e.SetSegment(1, 1, 1, 4, 5, 1);  // d = (3, 4, 0), length 5
     EXPECT_EQ(e.convert_A_to_C(), st::wrong_kind);
     EXPECT_EQ(e.convert_S_to_L(), st::ok);
-    EXPECT_EQ(e.TypeGet(), 3);
-    EXPECT_EQ(e.line.point.x, 1.0);
-    EXPECT_DOUBLE_EQ(e.line.direction.x, 0.6);
-    EXPECT_DOUBLE_EQ(e.line.direction.y, 0.8);
-    EXPECT_EQ(e.line.direction.z, 0.0);
+    EXPECT_TRUE(e.TypeGet() == 3 && e.line.point.x == 1.0 && e.line.direction.z == 0.0);
+    EXPECT_NEAR(e.line.direction.x, 0.6, 1e-15);
+    EXPECT_NEAR(e.line.direction.y, 0.8, 1e-15);
     // Short segments are judged by the angular tolerance, read at the call.
     e.SetSegment(0, 0, 0, 5e-12, 0, 0);  // below 1e-11
     EXPECT_EQ(e.convert_S_to_L(), st::bad_input);
