@@ -58,8 +58,9 @@ template <class T> T get_le(const unsigned char* at)
 }
 
 // Appends count values of type T from src to *list (created with grow_by when null), in
-// chunks: storage is reserved for at most twice what has been read plus one chunk, so a
-// count larger than the source holds fails at the short read without a large allocation.
+// chunks. Deliberately stricter than reserving from the count: storage is reserved for at
+// most twice what has been read plus one chunk, so a count larger than the source holds
+// fails at the short read without a large allocation.
 template <class T, class Source>
 bool read_counted(Source& src, uint32_t count, List<T>*& list, uint32_t grow_by)
 {
@@ -394,7 +395,7 @@ short CNurbs::fread_bin(FILE* f)
 
 short CNurbs::fread_bin(unsigned char*& cursor)
 {
-    if (!cursor) return st::bad_input;
+    if (!cursor) return st::bad_input;  // beyond the plain reader: a null cursor is refused
     MemorySource src{cursor, nullptr};
     CNurbs c;
     const short rc = read_record(src, c);

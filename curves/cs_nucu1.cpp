@@ -269,7 +269,7 @@ inline void sum_points(const double* P, int vpp, const double* B, int order, dou
 // range [T[order], T[n_cpts + 1]], so an unclamped curve never reads outside its points.
 short eval_curve(const CNurbs& c, double t, List<double>* linear, int nder, double* out)
 {
-    if (!std::isfinite(t)) return st::bad_index;
+    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: NaN, infinities
     if (!cpts_usable(c) || c.vpp > kMaxEvalVpp) return st::bad_input;
     const int p = c.order;
     const int V = c.vpp;
@@ -598,7 +598,7 @@ short CNurbs::Put_Cpts_And_Weights(List<V_POINT>& pts, List<double>* weights)
 // corrupt, non-increasing vector.
 short CNurbs::Find_Interval(double t, int* j) const
 {
-    if (!std::isfinite(t)) return st::bad_index;
+    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: NaN, infinities
     if (!knot_lists_usable(*this) || !j) return st::bad_input;
     const double* K0 = knots->items;  // K(i) = K0[i - 1]
     const int n = n_knots;
@@ -645,7 +645,7 @@ short CNurbs::Find_Knot_Position(double t, short* found, int* pos) const
 {
     if (!found || !pos) return st::bad_input;
     *found = 0;
-    if (!std::isfinite(t)) return st::bad_index;
+    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: NaN, infinities
     if (!knots) return st::ok;
     const int n = knots->Count() < static_cast<uint32_t>(n_knots) ? static_cast<int>(knots->Count())
                                                                   : n_knots;

@@ -121,7 +121,7 @@ bool commit(CNurbs& c, const double* P, int64_t n, const double* K, const int* M
 // the range or not finite.
 short knot_interval(const CNurbs& c, double u, int* k)
 {
-    if (!std::isfinite(u)) return st::bad_index;
+    if (!std::isfinite(u)) return st::bad_index;  // beyond the plain rules: NaN, infinities
     if (!curve_valid(c)) return st::bad_input;
     const double* K = c.knots->items;
     const int n = c.n_knots;

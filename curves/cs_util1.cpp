@@ -43,7 +43,8 @@ short check_knots(const List<double>& values, const List<int>& mults, int n, lon
 
 // Groups the n linear knots given by get(k, &u), k = 0..n-1, into runs: a knot joins the
 // open run when it is within the knot tolerance of the run's first value. The lists are
-// cleared first and cleared again on failure. 110 unreadable or NaN knot, 115 no memory.
+// cleared first and cleared again on failure. 110 unreadable or NaN knot (beyond the plain
+// rules), 115 no memory.
 template <class Get>
 short build_runs(int n, Get get, List<double>& values, List<int>& mults, int* count)
 {
@@ -114,9 +115,9 @@ int oslo_alpha(int order, int count, const double* t, const double* tauj, double
     }
     bool found = i != 0;
     if (!found) {
-        // Past the spans scanned (possible for order 1, whose last span is t[count]): the
-        // end of the range belongs to the last vertex. Below the first knot or NaN: no
-        // vertex, all coefficients 0.
+        // Beyond the plain scan, which would leave alpha[count] as it was: past the spans
+        // scanned (possible for order 1, whose last span is t[count]) the end of the range
+        // belongs to the last vertex; below the first knot or NaN no vertex, all 0.
         i = count;
         found = x >= t[count];
     }
@@ -516,7 +517,7 @@ short find_knot_position(double t, List<double>& values, int n, short* found, in
 {
     if (found) *found = 0;
     if (!found || !pos) return st::bad_input;
-    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: no NaN search
+    if (!std::isfinite(t)) return st::bad_index;  // beyond the plain rules: NaN, infinities
     for (int k = 1; k <= n; ++k) {
         const double* v = values.GetPtr(uint32_t(k));
         if (!v) return st::bad_input;
@@ -620,7 +621,7 @@ short change_knots_vector_range(List<double>* values, int n, double a, double b)
     const double u_first = *first;
     const double u_last = *last;
     if (!(u_last - u_first >= knot_tol()) || !(b - a >= knot_tol())) return st::bad_index;
-    if (!std::isfinite(a) || !std::isfinite(b)) return st::bad_index;  // beyond: no infinite range
+    if (!std::isfinite(a) || !std::isfinite(b)) return st::bad_index;  // beyond the plain rules
     if (std::fabs(a - u_first) < knot_tol() && std::fabs(b - u_last) < knot_tol())
         return st::no_change;
     // Beyond the plain rules: the interior is checked before anything is written.
