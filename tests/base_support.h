@@ -1,7 +1,6 @@
 #pragma once
-// Helpers shared by the foundation, transform and utility tests: fixtures that restore the
-// tolerances and check the tracked allocator, near-equality checks for points, vectors and
-// matrices, a random well-conditioned matrix, and a hand-built tilted frame. Header only.
+// Helpers of the foundation, transform and utility tests: fixtures, near-equality checks,
+// a random well-conditioned matrix and a hand-built tilted frame.
 #include <kestra/kestra.h>
 #include "foundation/status.h"
 #include <gtest/gtest.h>
@@ -42,15 +41,13 @@ inline bool same_value(double a, double b)
     return std::fabs(a - b) <= 1e-15 * std::fmax(std::fabs(a), std::fabs(b));
 }
 
-// One row of a table: a value computed by the call under test, the value worked out by hand
-// and the reason. The rows of one list are evaluated in order, under the tolerances set then.
+// A table row: the value computed by the call under test, the value worked out by hand, the
+// reason. Rows are evaluated in order, under the tolerances set then.
 struct Row {
     template <class G, class W>
-    Row(G g, W w, const char* reason)
-        : got(static_cast<double>(g)), want(static_cast<double>(w)), why(reason)
+    Row(G g, W w, const char* reason) : got(double(g)), want(double(w)), why(reason)
     {}
-    double got;
-    double want;
+    double got, want;
     const char* why;
 };
 
@@ -74,7 +71,6 @@ template <class P>::testing::AssertionResult xyz_near(const P& a, const P& b, do
                                          << b.x << ", " << b.y << ", " << b.z << "), tol " << tol;
 }
 
-// All 16 entries within tol.
 inline ::testing::AssertionResult mat_near(const V_MATRIX& A, const V_MATRIX& B, double tol)
 {
     for (int k = 0; k < 16; ++k) {
@@ -95,9 +91,7 @@ inline V_MATRIX from_rows(const double (&v)[16])
 
 inline V_MATRIX identity()
 {
-    V_MATRIX I;
-    mat_identity(&I);
-    return I;
+    return from_rows({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
 }
 
 // Entries in [-1, 1] plus 5 on the diagonal: strictly diagonally dominant, so well conditioned.

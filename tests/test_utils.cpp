@@ -36,33 +36,28 @@ TEST_F(UtilsTest, Allocation_KeepsContentsZeroFillsCountsAndInjectsFailures)
     ASSERT_NE(z, nullptr);
     for (int i = 0; i < 70; ++i) ASSERT_EQ(z[i], 0) << i;
     z[69] = 5;
-    for (size_t n : {size_t{4000}, size_t{100}}) {  // grow, then shrink keeping the front
+    for (size_t n : {size_t{4000}, size_t{100}}) {  // grow, then shrink: the same block
         z = static_cast<unsigned char*>(v_memptr_alloc(z, n));
         ASSERT_TRUE(z != nullptr && z[69] == 5);
-        EXPECT_EQ(v_memptr_live_count(), live + 1);  // a reallocation is the same block
-        EXPECT_EQ(v_memptr_live_bytes(), bytes + n);
+        EXPECT_TRUE(v_memptr_live_count() == live + 1 && v_memptr_live_bytes() == bytes + n);
     }
-    // After three more successes, through every entry point, every allocation fails and
-    // the old block stays valid.
+    // After three more successes every entry point fails; the old block stays valid.
     v_memptr_fail_after(3);
     void* a = v_memptr_alloc(nullptr, 8);
     void* b = _v_calloc(1, 8, __FILE__, __LINE__, "b");
     z = static_cast<unsigned char*>(_v_realloc(z, 8000, __FILE__, __LINE__, "z"));
     ASSERT_TRUE(a != nullptr && b != nullptr && z != nullptr);
-    EXPECT_EQ(v_memptr_alloc(nullptr, 8), nullptr);
-    EXPECT_EQ(_v_calloc(1, 8, __FILE__, __LINE__, "c"), nullptr);
-    EXPECT_EQ(_v_realloc(z, 16000, __FILE__, __LINE__, "z"), nullptr);
-    EXPECT_EQ(v_memptr_alloc(z, 16000), nullptr);
-    EXPECT_EQ(z[69], 5);
+    EXPECT_TRUE(v_memptr_alloc(nullptr, 8) == nullptr &&
+                _v_calloc(1, 8, __FILE__, __LINE__, "c") == nullptr &&
+                _v_realloc(z, 16000, __FILE__, __LINE__, "z") == nullptr &&
+                v_memptr_alloc(z, 16000) == nullptr && z[69] == 5);
     v_memptr_fail_after(-1);
     void* c = v_memptr_alloc(nullptr, 8);
-    EXPECT_NE(c, nullptr);
     for (void* q : {a, b, c, static_cast<void*>(z)}) v_memptr_free(q);
     _v_free(nullptr, __FILE__, __LINE__, "null");
     EXPECT_TRUE(v_memptr_live_count() == live && v_memptr_live_bytes() == bytes);
-    // count * size beyond the address space is refused instead of wrapping around.
-    EXPECT_EQ(_v_calloc(SIZE_MAX / 4 + 2, 4, __FILE__, __LINE__, "wraps to 4"), nullptr);
-    EXPECT_EQ(v_memptr_alloc(nullptr, SIZE_MAX), nullptr);
+    EXPECT_TRUE(_v_calloc(SIZE_MAX / 4 + 2, 4, __FILE__, __LINE__, "wraps to 4") == nullptr &&
+                v_memptr_alloc(nullptr, SIZE_MAX) == nullptr);  // no wrap-around
 }
 
 TEST(UtilsDeathTest, AssertReportCarriesBaseNameAndLine_ForeignFreeIsAViolation)
@@ -74,7 +69,6 @@ TEST(UtilsDeathTest, AssertReportCarriesBaseNameAndLine_ForeignFreeIsAViolation)
     const int line = __LINE__ + 1;
     EXPECT_DEATH(KESTRA_REQUIRE(1 + 1 == 3),
                  "assertion failed in test_utils\\.cpp line " + std::to_string(line));
-    // A block of the C runtime whose bytes in front of p hold no allocator marker.
     auto* raw = static_cast<unsigned char*>(std::calloc(1, 64));
     EXPECT_DEATH(v_memptr_free(raw + 32), "assertion failed in memory\\.cpp line");
     std::free(raw);
@@ -94,12 +88,11 @@ TEST_F(UtilsTest, DebugPrintf_HandsWholeTextToSinkInOneCallNullSinkRestoresStder
     v_memptr_fail_after(-1);
     const std::vector<std::string> want = {"knots 4 0.50", "<" + long_text + "|17>",
                                            std::string(511, 'x')};
-    EXPECT_EQ(calls, want);
     debug_set_sink(nullptr, &calls);
     testing::internal::CaptureStderr();
     debug_printf("line %d\n", 3);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "line 3\n");
-    EXPECT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls, want);
 }
 
 // --- VLST ---
@@ -109,12 +102,11 @@ TEST_F(UtilsTest, Vlst_PutGetAcrossGrowthInvalidPositionsAnswer110)
     VLST l{};
     V_POINT q{};
     void* ptr = &q;
-    // Never initialised: everything refuses, nothing crashes.
-    EXPECT_TRUE(VLST_put(&l, 1, &q) == st::bad_input && VLST_get(&l, 1, &q) == st::bad_input);
-    EXPECT_TRUE(VLST_delete(&l, 1) == st::bad_input && VLST_count(nullptr) == 0);
-    VLST_compact(&l);
-    EXPECT_TRUE(VLST_free(&l) == st::ok && VLST_free(nullptr) == st::bad_input);
-    EXPECT_EQ(VLST_init(&l, 0, 4), st::bad_input);
+    VLST_compact(&l);  // never initialised: everything refuses, nothing crashes
+    EXPECT_TRUE(VLST_put(&l, 1, &q) == st::bad_input && VLST_get(&l, 1, &q) == st::bad_input &&
+                VLST_delete(&l, 1) == st::bad_input && VLST_count(nullptr) == 0 &&
+                VLST_free(&l) == st::ok && VLST_free(nullptr) == st::bad_input &&
+                VLST_init(&l, 0, 4) == st::bad_input);
     ASSERT_EQ(VLST_init(&l, sizeof(V_POINT), 2), st::ok);
     for (unsigned long i = 1; i <= 100; ++i) {
         const V_POINT p{double(i), 2.0 * double(i), -1.0};
@@ -126,15 +118,13 @@ TEST_F(UtilsTest, Vlst_PutGetAcrossGrowthInvalidPositionsAnswer110)
     EXPECT_TRUE(xyz_near(q, {73, 146, 8}, 0.0));
     ASSERT_EQ(VLST_put(&l, 1, &q), st::ok);  // replacing keeps the count
     EXPECT_EQ(VLST_count(&l), 100ul);
-    for (unsigned long k : {0ul, 101ul}) {
-        EXPECT_EQ(VLST_get(&l, k, &q), st::bad_input);
-        EXPECT_TRUE(VLST_getptr_void(&l, k, &ptr) == st::bad_input && ptr == nullptr);
-    }
+    for (unsigned long k : {0ul, 101ul})
+        EXPECT_TRUE(VLST_get(&l, k, &q) == st::bad_input &&
+                    VLST_getptr_void(&l, k, &ptr) == st::bad_input && ptr == nullptr);
     // A corrupt position past both count + 1 and the capacity allocates nothing.
-    EXPECT_EQ(VLST_put(&l, 1ul << 40, &q), st::bad_input);
-    EXPECT_TRUE(VLST_put(&l, 0, &q) == st::bad_input && VLST_put(&l, 1, nullptr) == st::bad_input);
-    EXPECT_EQ(VLST_free(&l), st::ok);
-    EXPECT_TRUE(l.data == nullptr && VLST_count(&l) == 0);
+    EXPECT_TRUE(VLST_put(&l, 1ul << 40, &q) == st::bad_input &&
+                VLST_put(&l, 0, &q) == st::bad_input && VLST_put(&l, 1, nullptr) == st::bad_input);
+    EXPECT_TRUE(VLST_free(&l) == st::ok && l.data == nullptr && VLST_count(&l) == 0);
 }
 
 TEST_F(UtilsTest, Vlst_DeleteCompactRewindAndOutOfMemory)
@@ -186,20 +176,20 @@ TEST_F(UtilsTest, Bitmap_SetClearTestAndRefusals)
     for (long k : {9l, 12l, 20l}) EXPECT_EQ(set_reset_test_bitmap(b, k, BITMAP_SET), st::ok);
     // Bit k lives in byte (k - 1) / 8 under mask 1 << ((k - 1) % 8).
     EXPECT_TRUE(b[0] == 0 && b[1] == 0x09 && b[2] == 0x08);
-    EXPECT_EQ(set_reset_test_bitmap(b, 9, BITMAP_CLEAR), st::ok);
-    EXPECT_EQ(set_reset_test_bitmap(b, 9, BITMAP_TEST), 0);
-    EXPECT_EQ(set_reset_test_bitmap(b, 12, BITMAP_TEST), 1);
+    EXPECT_TRUE(set_reset_test_bitmap(b, 9, BITMAP_CLEAR) == st::ok &&
+                set_reset_test_bitmap(b, 9, BITMAP_TEST) == 0 &&
+                set_reset_test_bitmap(b, 12, BITMAP_TEST) == 1);
     long start = 5, end = -7;  // an unaligned start in an empty byte
     EXPECT_TRUE(getnextxxbits_in_bitmap(b, &start, &end) == st::ok && start == 12 && end == 12);
-    start = 21;
-    EXPECT_EQ(getnextxxbits_in_bitmap(b, &start, &end), 1);  // no set bit at or after 21
-    EXPECT_TRUE(start == 21 && end == 12);
-    for (long k : {0l, 21l}) EXPECT_EQ(set_reset_test_bitmap(b, k, BITMAP_SET), st::bad_input);
-    EXPECT_EQ(set_reset_test_bitmap(b, 3, 7), st::bad_input);
-    EXPECT_EQ(set_reset_test_bitmap(nullptr, 3, BITMAP_SET), st::bad_input);
-    start = 0;
-    EXPECT_EQ(getnextxxbits_in_bitmap(b, &start, &end), st::bad_input);
-    EXPECT_EQ(getnextxxbits_in_bitmap(b, nullptr, &end), st::bad_input);
+    start = 21;  // no set bit at or after 21
+    EXPECT_TRUE(getnextxxbits_in_bitmap(b, &start, &end) == 1 && start == 21 && end == 12);
+    long zero = 0;
+    EXPECT_TRUE(set_reset_test_bitmap(b, 0, BITMAP_SET) == st::bad_input &&
+                set_reset_test_bitmap(b, 21, BITMAP_SET) == st::bad_input &&
+                set_reset_test_bitmap(b, 3, 7) == st::bad_input &&
+                set_reset_test_bitmap(nullptr, 3, BITMAP_SET) == st::bad_input &&
+                getnextxxbits_in_bitmap(b, &zero, &end) == st::bad_input &&
+                getnextxxbits_in_bitmap(b, nullptr, &end) == st::bad_input);
     delete_bitmap(b);
     delete_bitmap(nullptr);
     for (long bits : {0l, -5l, 1l << 40}) EXPECT_EQ(create_bitmap(bits), nullptr);
@@ -223,12 +213,10 @@ TEST_F(UtilsTest, Bitmap_RunsMatchANaiveScan)
         if (ref[k]) expected.back().second = k;
     }
     long start = 1, end = 0;
-    while (getnextxxbits_in_bitmap(b, &start, &end) == st::ok && found.size() < 2000) {
+    for (; getnextxxbits_in_bitmap(b, &start, &end) == st::ok && found.size() < 2000;
+         start = end + 1)
         found.emplace_back(start, end);
-        start = end + 1;
-    }
-    EXPECT_EQ(found, expected);
-    EXPECT_EQ(found.front(), std::make_pair(100l, 260l));
+    EXPECT_TRUE(found == expected && found.front() == std::make_pair(100l, 260l));
     delete_bitmap(b);
 }
 
@@ -278,17 +266,14 @@ TEST_F(UtilsTest, TextConversionsAndCopy_TruncateToCapacityTerminateAndReplace)
     EXPECT_TRUE(ascii_to_unicode(w, "", 0) == -1 && w[0] == u'Q');  // capacity 0: nothing written
     EXPECT_TRUE(ascii_to_unicode(w, "", 1) == 0 && w[0] == 0);
     EXPECT_TRUE(ascii_to_unicode(w, "abc", 4) == 3 && std::u16string(w) == u"abc");
-    // The part that fits is kept, terminated.
     EXPECT_TRUE(ascii_to_unicode(w, "abcd", 4) == -1 && std::u16string(w) == u"abc");
     EXPECT_TRUE(ascii_to_unicode(w, "x\xE9y", 8) == 3 && std::u16string(w) == u"x?y");
-    EXPECT_TRUE(ascii_to_unicode(w, nullptr, 8) == -1 && w[0] == 0);
-    EXPECT_EQ(ascii_to_unicode(nullptr, "a", 8), -1);
-    // U+00E9 is one '?'; the pair D83D DE00 (U+1F600) is one character, one '?'; a lone
-    // low half is one too.
+    EXPECT_TRUE(ascii_to_unicode(w, nullptr, 8) == -1 && w[0] == 0 &&
+                ascii_to_unicode(nullptr, "a", 8) == -1);
+    // U+00E9, the pair D83D DE00 (U+1F600) and a lone low half are one '?' each.
     const char16_t text[] = {u'x', 0xE9, 0xD83D, 0xDE00, 0xDC00, u'y', 0};
     EXPECT_TRUE(unicode_to_ascii(a, text, 8) == 5 && std::string(a) == "x???y");
     EXPECT_TRUE(unicode_to_ascii(a, u"hello", 3) == -1 && std::string(a) == "he");
-    // strncpytavo: at most n units, always terminated, the rest zero-filled.
     char16_t d[8];
     std::fill(d, d + 8, char16_t(0x7777));
     strncpytavo(d, u"hello", 3);
@@ -299,16 +284,16 @@ TEST_F(UtilsTest, TextConversionsAndCopy_TruncateToCapacityTerminateAndReplace)
     strncpytavo(d, pair, 4);  // room for a, b and the high half only: the half is dropped
     EXPECT_EQ(std::u16string(d), u"ab");
     EXPECT_TRUE(strncpytavo(d, u"abc", 0) == d && d[0] == u'a');
-    EXPECT_TRUE(strncpytavo(d, nullptr, 8) == d && d[0] == 0);
-    EXPECT_EQ(strncpytavo(nullptr, u"a", 4), nullptr);
+    EXPECT_TRUE(strncpytavo(d, nullptr, 8) == d && d[0] == 0 &&
+                strncpytavo(nullptr, u"a", 4) == nullptr);
 }
 
 TEST_F(UtilsTest, Utf8ToUtf16_PairsNeverSplitIllFormedBytesReplaced)
 {
     char16_t d[16] = {9, 9, 9, 9};
     // 'a' + U+1F600 needs 3 units and a terminator: capacity 3 keeps "a" only.
-    EXPECT_EQ(utf8_to_utf16(d, "a\xF0\x9F\x98\x80", 3), -1);
-    EXPECT_TRUE(d[0] == u'a' && d[1] == 0 && d[2] == 9);
+    EXPECT_TRUE(utf8_to_utf16(d, "a\xF0\x9F\x98\x80", 3) == -1 && d[0] == u'a' && d[1] == 0 &&
+                d[2] == 9);
     // h, U+20AC (E2 82 AC), U+1F600 (F0 9F 98 80 -> D83D DE00), U+00E9, U+FFFF.
     EXPECT_EQ(utf8_to_utf16(d, "h\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\xEF\xBF\xBF", 16), 6);
     EXPECT_EQ(std::u16string(d), (std::u16string{u'h', 0x20AC, 0xD83D, 0xDE00, 0xE9, 0xFFFF}));

@@ -123,19 +123,14 @@ TEST_F(TolFixture, ProductsDistancesAndDirections_FilterAgainstTolerancePoint)
 
 TEST(VectorRotate, MatchesARotationInTheAxisFrame)
 {
-    // Independent construction: an orthonormal frame (u, w, k) with k the axis; v's
-    // components (a, b, c) in that frame turn to (a cos t - b sin t, a sin t + b cos t, c).
-    const V_VECTOR k{2.0 / 3, -2.0 / 3, 1.0 / 3}, u{2.0 / 3, 1.0 / 3, -2.0 / 3};
-    const V_VECTOR w{1.0 / 3, 2.0 / 3, 2.0 / 3};  // k x u
-    const V_VECTOR v{0.7, -1.3, 2.9};
-    const double a = real_adotb(&v, &u), b = real_adotb(&v, &w), c = real_adotb(&v, &k);
-    for (double t : {kPi / 2, 0.3, 2.5, kPi, -4.0, 10.0}) {
-        V_VECTOR out;
-        vector_rotate(&v, &k, t, &out);
-        const double a2 = a * std::cos(t) - b * std::sin(t), b2 = a * std::sin(t) + b * std::cos(t);
-        EXPECT_TRUE(xyz_near(out,
-                             {a2 * u.x + b2 * w.x + c * k.x, a2 * u.y + b2 * w.y + c * k.y,
-                              a2 * u.z + b2 * w.z + c * k.z},
+    // In the frame (u, w, k), k the axis, v = a u + b w + c k turns to
+    // (a cos t - b sin t) u + (a sin t + b cos t) w + c k; v = 3u + 3w + 3k here.
+    const V_VECTOR k{2.0 / 3, -2.0 / 3, 1.0 / 3}, v{5, 1, 1};  // u (2,1,-2)/3, w (1,2,2)/3
+    for (double t : {0.3, -4.0}) {
+        V_VECTOR o;
+        vector_rotate(&v, &k, t, &o);
+        const double a = 3 * std::cos(t) - 3 * std::sin(t), b = 3 * std::sin(t) + 3 * std::cos(t);
+        EXPECT_TRUE(xyz_near(o, {(2 * a + b) / 3 + 2, (a + 2 * b) / 3 - 2, (2 * b - 2 * a) / 3 + 1},
                              1e-13));
     }
     // A third of a turn about (1,1,1)/sqrt(3) takes x to y, y to z, z to x; out may be v.

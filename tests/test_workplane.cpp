@@ -42,19 +42,19 @@ TEST(WorkplaneCreate, InitAbsoluteDirectionsAndPointsGiveUnitRightHandedFrames)
     V_VECTOR d1{1, 1, 0}, d2{0, 0, 3};
     wp.name[0] = u'N';
     ASSERT_EQ(wp.Create_From_Two_Directions(o, d1, d2), st::ok);
-    EXPECT_TRUE(xyz_near(wp.xaxis, {h, h, 0}) && xyz_near(wp.yaxis, {0, 0, 1}));
-    EXPECT_TRUE(xyz_near(wp.zaxis, {h, -h, 0}) && xyz_near(wp.origin, o, 0.0));
-    EXPECT_TRUE(wp.name[0] == 0 && wp.id == 17);
+    EXPECT_TRUE(xyz_near(wp.xaxis, {h, h, 0}) && xyz_near(wp.yaxis, {0, 0, 1}) &&
+                xyz_near(wp.zaxis, {h, -h, 0}) && xyz_near(wp.origin, o, 0.0) && wp.name[0] == 0 &&
+                wp.id == 17);
     // p2 - p1 = (3,0,0), p3 - p1 = (0,0,2): z = unit((3,0,0) x (0,0,2)) = (0,-1,0), y = (0,0,1).
     V_POINT p1{1, 1, 1}, p2{4, 1, 1}, p3{1, 1, 3};
     ASSERT_EQ(wp.Create_From_Three_Points(p1, p2, p3), st::ok);
-    EXPECT_TRUE(xyz_near(wp.origin, p1, 0.0) && xyz_near(wp.xaxis, {1, 0, 0}));
-    EXPECT_TRUE(xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {0, -1, 0}));
+    EXPECT_TRUE(xyz_near(wp.origin, p1, 0.0) && xyz_near(wp.xaxis, {1, 0, 0}) &&
+                xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {0, -1, 0}));
     // Its own fields as arguments: d1 = y, d2 = x give x = y, y = x, z = -z.
     init_wpl(&wp);
     ASSERT_EQ(wp.Create_From_Two_Directions(wp.origin, wp.yaxis, wp.xaxis), st::ok);
-    EXPECT_TRUE(xyz_near(wp.xaxis, {0, 1, 0}) && xyz_near(wp.yaxis, {1, 0, 0}));
-    EXPECT_TRUE(xyz_near(wp.zaxis, {0, 0, -1}));
+    EXPECT_TRUE(xyz_near(wp.xaxis, {0, 1, 0}) && xyz_near(wp.yaxis, {1, 0, 0}) &&
+                xyz_near(wp.zaxis, {0, 0, -1}));
 }
 
 TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
@@ -78,9 +78,9 @@ TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
         wp.xaxis = wp.zaxis = V_VECTOR{7, 7, 7};
         V_VECTOR d1 = r.d1, d2 = r.d2;
         EXPECT_EQ(wp.Create_From_Two_Directions(o, d1, d2), st::bad_index);
-        EXPECT_TRUE(wp.name[0] == 0 && xyz_near(wp.origin, o, 0.0));
-        EXPECT_TRUE(xyz_near(wp.zaxis, r.z, 0.0) && xyz_near(wp.xaxis, r.x, 0.0));
-        EXPECT_TRUE(xyz_near(wp.yaxis, {0, 1, 0}, 0.0));
+        EXPECT_TRUE(wp.name[0] == 0 && xyz_near(wp.origin, o, 0.0) &&
+                    xyz_near(wp.zaxis, r.z, 0.0) && xyz_near(wp.xaxis, r.x, 0.0) &&
+                    xyz_near(wp.yaxis, {0, 1, 0}, 0.0));
     }
 }
 
@@ -160,9 +160,9 @@ TEST(WorkplaneCamera, ZTowardEyeXFromUpAndDegenerateViewsRejected)
     const V_POINT eye{10, 2, 3}, target{0, 2, 3};
     const V_VECTOR up{1, 0, 2}, along{-3, 0, 0}, zero{0, 0, 0}, nan{0, kNaN, 0};
     ASSERT_EQ(WorkplaneCreationFromCamera(&eye, &target, &up, &wp), st::ok);
-    EXPECT_TRUE(xyz_near(wp.origin, target, 0.0) && xyz_near(wp.xaxis, {0, 1, 0}));
-    EXPECT_TRUE(xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {1, 0, 0}));
-    EXPECT_TRUE(wp.name[0] == 0 && wp.id == 9);
+    EXPECT_TRUE(xyz_near(wp.origin, target, 0.0) && xyz_near(wp.xaxis, {0, 1, 0}) &&
+                xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {1, 0, 0}) && wp.name[0] == 0 &&
+                wp.id == 9);
     const V_WORKPLANE before = wp;
     const V_POINT other{5, 2, 3};  // a target that would change the origin
     EXPECT_EQ(WorkplaneCreationFromCamera(&eye, &eye, &up, &wp), st::bad_index);
@@ -185,8 +185,8 @@ TEST(WorkplaneByDimensions, LargestExtentFirstRightHandedCubeIsWorld)
         EXPECT_TRUE(xyz_near(wp.xaxis, axis_of(3), 0.0) && xyz_near(wp.yaxis, axis_of(2), 0.0));
         V_VECTOR xy;
         aXb(&wp.xaxis, &wp.yaxis, &xy);
-        EXPECT_TRUE(xyz_near(wp.zaxis, xy, 0.0));
-        EXPECT_TRUE(xyz_near(wp.origin, {-1 + 0.5 * s[0], 0.5 * s[1], 2 + 0.5 * s[2]}, 0.0));
+        EXPECT_TRUE(xyz_near(wp.zaxis, xy, 0.0) &&
+                    xyz_near(wp.origin, {-1 + 0.5 * s[0], 0.5 * s[1], 2 + 0.5 * s[2]}, 0.0));
     }
     const V_BOUNDS cube{{1, 1, 1}, {3, 3, 3}}, bad{{0, 0, 0}, {1, kInf, 1}};
     ASSERT_EQ(wpl_axis_ordered_by_dimesions(&cube, &wp), st::ok);
@@ -199,17 +199,17 @@ TEST(WorkplaneByDimensions, LargestExtentFirstRightHandedCubeIsWorld)
 TEST(WorkplaneOrigin, RoundTripCarriesEveryFieldAndEndsAFullName)
 {
     const V_ORIGIN empty;
-    EXPECT_TRUE(xyz_near(empty.origin, {0, 0, 0}, 0.0) && xyz_near(empty.zaxis, {0, 0, 0}, 0.0));
-    EXPECT_EQ(empty.name[0], 0);
+    EXPECT_TRUE(xyz_near(empty.origin, {0, 0, 0}, 0.0) && xyz_near(empty.zaxis, {0, 0, 0}, 0.0) &&
+                empty.name[0] == 0);
     V_WORKPLANE wp = tilted_frame(), back;
     std::memcpy(wp.name, u"Front", sizeof(u"Front"));
     V_ORIGIN packed;
     packed.SetWpl(wp);
     init_wpl(&back);
     packed.GetWpl(&back);
-    EXPECT_TRUE(std::u16string(back.name) == u"Front" && back.id == 7);
-    EXPECT_EQ(std::memcmp(&back.origin, &wp.origin, sizeof wp.origin), 0);
-    EXPECT_EQ(std::memcmp(&back.xaxis, &wp.xaxis, 3 * sizeof(V_VECTOR)), 0);
+    EXPECT_TRUE(std::u16string(back.name) == u"Front" && back.id == 7 &&
+                std::memcmp(&back.origin, &wp.origin, sizeof wp.origin) == 0 &&
+                std::memcmp(&back.xaxis, &wp.xaxis, 3 * sizeof(V_VECTOR)) == 0);
     for (char16_t& ch : wp.name) ch = u'A';  // a name filling all 40 units comes back ended
     packed.SetWpl(wp);
     packed.GetWpl(&back);
