@@ -32,8 +32,9 @@ class CNurbs;
 
 // knots[0..n-1] (linear, non-decreasing) into runs: a knot joins the open run when it is
 // within the knot tolerance of the run's FIRST value. Both lists are cleared first;
-// *count (may be null) gets the number of distinct knots. 0 ok; 111 n < 2; 110 null
-// knots or output list, or a NaN knot; 115 a list could not grow (lists left empty).
+// *count (may be null) gets the number of distinct knots, 0 on a later failure. 0 ok;
+// 111 n < 2 (count not written); 110 null knots or output list, or a NaN knot; 115 a list
+// could not grow (lists left empty).
 KESTRA_API short linear_knots_to_multiplicity_knots(int n, double* knots, List<double>* values,
                                                     List<int>* mults, int* count);
 // Clears out and appends each of values.Count() distinct values as many times as its

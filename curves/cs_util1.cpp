@@ -343,10 +343,10 @@ short refine_curve(CNurbs& c, double a, double b, const List<double>& cv, const 
 short linear_knots_to_multiplicity_knots(int n, double* knots, List<double>* values,
                                          List<int>* mults, int* count)
 {
-    if (count) *count = 0;
     if (values) values->Clear();
     if (mults) mults->Clear();
-    if (n < 2) return st::bad_index;
+    if (n < 2) return st::bad_index;  // count is not written then
+    if (count) *count = 0;
     if (!knots || !values || !mults) return st::bad_input;
     auto get = [knots](int k, double* u) {
         *u = knots[k];
