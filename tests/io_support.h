@@ -37,9 +37,7 @@ inline void put_f64(Bytes& b, double d)
 // Appends three doubles (a point or vector).
 inline void put_xyz(Bytes& b, double x, double y, double z)
 {
-    put_f64(b, x);
-    put_f64(b, y);
-    put_f64(b, z);
+    for (double d : {x, y, z}) put_f64(b, d);
 }
 
 // --- streams and records ---
@@ -49,9 +47,7 @@ inline FILE* stream_of(const Bytes& b, size_t n)
 {
     FILE* f = std::tmpfile();
     EXPECT_NE(f, nullptr);
-    if (n > 0) {
-        EXPECT_EQ(std::fwrite(b.data(), 1, n, f), n);
-    }
+    EXPECT_TRUE(n == 0 || std::fwrite(b.data(), 1, n, f) == n);
     std::rewind(f);
     return f;
 }
@@ -67,16 +63,11 @@ template <class R> Bytes record_of(const R& r, short* rc = nullptr)
     FILE* f = std::tmpfile();
     EXPECT_NE(f, nullptr);
     const short s = r.fwrite_bin(f);
-    if (rc) {
-        *rc = s;
-    } else {
-        EXPECT_EQ(s, st::ok) << "write failed";
-    }
+    if (rc) *rc = s;
+    EXPECT_TRUE(rc || s == st::ok) << "write failed";
     Bytes b(static_cast<size_t>(std::ftell(f)));
     std::rewind(f);
-    if (!b.empty()) {
-        EXPECT_EQ(std::fread(b.data(), 1, b.size(), f), b.size());
-    }
+    EXPECT_TRUE(b.empty() || std::fread(b.data(), 1, b.size(), f) == b.size());
     std::fclose(f);
     return b;
 }
@@ -136,6 +127,15 @@ template <class F> bool until_allocations_suffice(long limit, F attempt)
         if (ok) return true;
     }
     return false;
+}
+
+// The value of f() while allocations fail after n successful ones; the allocator is restored.
+template <class F> auto with_allocations(long n, F f)
+{
+    v_memptr_fail_after(n);
+    const auto r = f();
+    v_memptr_fail_after(-1);
+    return r;
 }
 
 // Reads rec into a fresh R through a stream and through a memory cursor while allocations

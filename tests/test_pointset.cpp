@@ -104,18 +104,15 @@ TEST_F(PointSetTest, Building_CreateAndSetPointSetReplaceListsOrLeaveTheSet)
     ASSERT_EQ(s.Get_Point(1, &p), st::ok);
     EXPECT_EQ(p.y, 20.0);  // as given: not moved into the plane
     EXPECT_TRUE(s.type == -3 && s.flags == 0xBEEF);
-    v_memptr_fail_after(0);
-    EXPECT_EQ(s.Create(List<V_POINT>(), world()), st::no_memory);
-    v_memptr_fail_after(-1);
+    EXPECT_EQ(with_allocations(0, [&] { return s.Create(List<V_POINT>(), world()); }),
+              st::no_memory);
     EXPECT_TRUE(s.Count() == 2u && same_plane(s.plane, odd_plane()));
     ASSERT_EQ(s.SetPointSet(50, 4), st::ok);
     EXPECT_TRUE(s.points->capacity == 50 && s.points->grow_by == 50);
     EXPECT_TRUE(s.deleted->capacity == 4 && s.deleted->grow_by == 10);
     EXPECT_TRUE(s.Count() == 0 && s.GetDeletedPointsNum() == 0);
     EXPECT_EQ(s.SetPointSet(0xFFFFFFFFul, 0), st::bad_input);
-    v_memptr_fail_after(2);
-    EXPECT_EQ(s.SetPointSet(7, 7), st::no_memory);
-    v_memptr_fail_after(-1);
+    EXPECT_EQ(with_allocations(2, [&] { return s.SetPointSet(7, 7); }), st::no_memory);
     EXPECT_EQ(s.points->capacity, 50u);
 }
 
@@ -134,8 +131,6 @@ TEST_F(PointSetTest, DeletePoint_MarksPositionsThatUndeleteBringsBack)
     EXPECT_TRUE(s.GetDeletedPointsNum() == 0u && !s.IsDeleted(2));
     EXPECT_EQ(PointSet().DeletePoint(1), st::bad_input);
 }
-
-// --- record ---
 
 TEST_F(PointSetTest, Record_MatchesHandBuiltBytesAndRoundTripsBitForBit)
 {

@@ -75,9 +75,7 @@ TEST_F(PolylineTest, Building_ClosesUpHolesPositionsAreSlotsFailuresLoseNothing)
     ASSERT_EQ(pl.Create(src), st::ok);
     const List<V_POINT>& l = *pl.Points();
     EXPECT_TRUE(l.Count() == 3 && l.capacity == 3 && l.grow_by == 7 && l[2].x == 4.0);
-    v_memptr_fail_after(0);
-    EXPECT_EQ(pl.Create(List<V_POINT>()), st::no_memory);
-    v_memptr_fail_after(-1);
+    EXPECT_EQ(with_allocations(0, [&] { return pl.Create(List<V_POINT>()); }), st::no_memory);
     EXPECT_EQ(pl.Count(), 3u);
     Polyline sparse;  // Put leaves the slots it skips free
     ASSERT_EQ(sparse.Put(5, V_POINT{5, 5, 5}), st::ok);
@@ -87,10 +85,9 @@ TEST_F(PolylineTest, Building_ClosesUpHolesPositionsAreSlotsFailuresLoseNothing)
     EXPECT_TRUE(p.x == -1.0 && sparse.Put(0, p) == st::bad_index);
     Polyline full = ramp(16);
     const Bytes before = record_of(full);
-    v_memptr_fail_after(0);  // the 17th point needs a growth
-    EXPECT_EQ(full.Append(V_POINT{16, 0, 0}), st::no_memory);
-    EXPECT_EQ(full.Put(40, V_POINT{16, 0, 0}), st::no_memory);
-    v_memptr_fail_after(-1);
+    EXPECT_EQ(with_allocations(0, [&] { return full.Append(V_POINT{16, 0, 0}); }), st::no_memory);
+    EXPECT_EQ(with_allocations(0, [&] { return full.Put(40, V_POINT{}); }),
+              st::no_memory);  // growth
     EXPECT_EQ(record_of(full), before);
 }
 
@@ -139,8 +136,6 @@ TEST_F(PolylineTest, DebugOutput_PrintsHeaderAndOneLinePerSlot)
               (Lines{"Polyline open with 2 points\n", "1 - 1.000,2.500,-3.000\n",
                      "Point 2 deleted \n", "3 - 0.000,0.000,0.000\n"}));
 }
-
-// --- record ---
 
 TEST_F(PolylineTest, Record_MatchesHandBuiltBytesAndRoundTripsBitForBit)
 {

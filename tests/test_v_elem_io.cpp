@@ -47,8 +47,6 @@ using ElementRecord = LeakFree;
 
 }  // namespace
 
-// --- layouts built by hand ---
-
 TEST_F(ElementRecord, FixedKindsFollowFieldOffsets)
 {
     // Each record's doubles numbered 1, 2, 3, ... in field order: the arc's normal (5, 6, 7)
@@ -156,8 +154,6 @@ TEST_F(ElementRecord, FailuresOfWriterAndReaderGive110)
         EXPECT_EQ(rc, st::bad_input) << t;
     }
 }
-
-// --- round trips and damaged records ---
 
 TEST_F(ElementRecord, EveryKindRoundTripsBitForBit)
 {
