@@ -1,4 +1,4 @@
-// Point-list forms of translation, frame conversion and bounding box.
+// Point-list forms of translation and bounding box.
 #include "base_support.h"
 
 using namespace basetest;
@@ -33,19 +33,6 @@ TEST(PointListTranslate, MovesSetPointsSkipsHolesRefusesNull)
                 xyz_near(*l.GetPtr(3), {3, -12, -1}, 0.0));
     EXPECT_TRUE(translate(v, nullptr) == st::bad_input &&
                 translate(*l.GetPtr(1), *l.GetPtr(3), nullptr) == st::bad_input);
-}
-
-TEST(PointListFrame, SetPointsMatchTheHandDotProductsAndComeBack)
-{
-    const V_WORKPLANE wp = tilted_frame();
-    List<V_POINT> l = three_points(1);
-    EXPECT_EQ(absolute_to_relative(wp, &l), st::ok);
-    EXPECT_FALSE(l.IsSet(1));
-    for (uint32_t k : {2u, 3u}) EXPECT_TRUE(xyz_near(*l.GetPtr(k), local_by_hand(wp, kPts[k - 1])));
-    EXPECT_EQ(relative_to_absolute(wp, &l), st::ok);
-    for (uint32_t k : {2u, 3u}) EXPECT_TRUE(xyz_near(*l.GetPtr(k), kPts[k - 1], 1e-13));
-    EXPECT_TRUE(relative_to_absolute(wp, nullptr) == st::bad_input &&
-                absolute_to_relative(wp, nullptr) == st::bad_input);
 }
 
 TEST(PointListBoundingBox, ExtremesOr110WithTheBoxUnchanged)

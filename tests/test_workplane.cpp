@@ -1,5 +1,6 @@
 // Workplanes: creation, conversions, comparisons, view and box frames, the origin record.
 #include "base_support.h"
+#include <functional>
 #include <string>
 
 using namespace basetest;
@@ -84,32 +85,157 @@ TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
     }
 }
 
-TEST_F(TolFixture, WorldToPlaneSnapsPlaneToWorldDoesNot)
+// Every record kind, the point list, the free functions and the frame matrices, converted
+// on the tilted frame: local slots are the hand dot products (without the origin for the
+// direction slots), and converting back gives the world values again.
+TEST(FrameConversion, EveryKindMatchesHandDotProductsAndComesBack)
 {
-    V_WORKPLANE wp = tilted_frame();
-    V_POINT r{0.3, -4, 2.5}, s{4, 4, 4};
-    plane_to_world(&r, wp);
-    EXPECT_TRUE(xyz_near(r, {1 + 0.2 + 8.0 / 3 + 2.5 / 3, -2 + 0.2 - 4.0 / 3 - 5.0 / 3,
-                             3 + 0.1 - 8.0 / 3 + 5.0 / 3}));
-    world_to_plane(&r, wp);
-    EXPECT_TRUE(xyz_near(r, {0.3, -4, 2.5}));
-    world_to_plane(&s, wp);
-    EXPECT_TRUE(xyz_near(s, local_by_hand(wp, V_POINT{4, 4, 4})));
+    using Convert = std::function<void(V_POINT*, const V_WORKPLANE&, bool to_local)>;
+    const auto vec = [](const V_POINT& p) { return V_VECTOR{p.x, p.y, p.z}; };
+    const auto pt = [](const V_VECTOR& v) { return V_POINT{v.x, v.y, v.z}; };
+    V_WORKPLANE shifted;  // the world frame moved to (-1, 0, 0)
+    init_wpl(&shifted);
+    shifted.origin.x = -1.0;
+    const struct {
+        const char* kind;
+        int n_slots;
+        unsigned directions;  // bit i: slot i is a direction
+        Convert convert;
+    } kinds[] = {
+        {"point, to out", 1, 0,
+         [](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             V_POINT o;
+             to_local ? s[0].absolute_to_relative(wp, &o) : s[0].relative_to_absolute(wp, &o);
+             s[0] = o;
+         }},
+        {"point, in place", 1, 0,
+         [](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             to_local ? s[0].absolute_to_relative(wp) : s[0].relative_to_absolute(wp);
+         }},
+        {"vector, to out", 1, 1,
+         [&](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             V_VECTOR v = vec(s[0]), o;
+             to_local ? v.absolute_to_relative(wp, &o) : v.relative_to_absolute(wp, &o);
+             s[0] = pt(o);
+         }},
+        {"vector, in place", 1, 1,
+         [&](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             V_VECTOR v = vec(s[0]);
+             to_local ? v.absolute_to_relative(wp) : v.relative_to_absolute(wp);
+             s[0] = pt(v);
+         }},
+        {"segment", 2, 0,
+         [](V_POINT* s, V_WORKPLANE wp, bool to_local) {
+             V_SEGM g{s[0], s[1]};
+             to_local ? g.absolute_to_relative(wp) : g.relative_to_absolute(wp);
+             s[0] = g.start, s[1] = g.end;
+         }},
+        {"line", 2, 2,
+         [&](V_POINT* s, V_WORKPLANE wp, bool to_local) {
+             V_LINE l{s[0], vec(s[1])};
+             to_local ? l.absolute_to_relative(wp) : l.relative_to_absolute(wp);
+             s[0] = l.point, s[1] = pt(l.direction);
+         }},
+        {"circle, radius kept", 2, 2,
+         [&](V_POINT* s, V_WORKPLANE wp, bool to_local) {
+             V_CIRCLE c{s[0], -2.5, vec(s[1])};
+             to_local ? c.absolute_to_relative(wp) : c.relative_to_absolute(wp);
+             s[0] = c.centre, s[1] = pt(c.normal);
+             EXPECT_EQ(c.radius, -2.5);
+         }},
+        {"arc, radius kept", 4, 2,
+         [&](V_POINT* s, V_WORKPLANE wp, bool to_local) {
+             V_ARC a{s[0], -3.0, vec(s[1]), s[2], s[3]};
+             to_local ? a.absolute_to_relative(wp) : a.relative_to_absolute(wp);
+             s[0] = a.centre, s[1] = pt(a.normal), s[2] = a.start, s[3] = a.end;
+             EXPECT_EQ(a.radius, -3.0);
+         }},
+        {"world_to_plane and plane_to_world", 1, 0,
+         [](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             to_local ? world_to_plane(&s[0], wp) : plane_to_world(&s[0], wp);
+         }},
+        {"point list with a hole", 2, 0,
+         [](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             List<V_POINT> l;
+             for (const V_POINT& p : {s[0], V_POINT{9, 9, 9}, s[1]}) l.Append(p);
+             l.Delete(2);
+             EXPECT_EQ(to_local ? absolute_to_relative(wp, &l) : relative_to_absolute(wp, &l),
+                       st::ok);
+             EXPECT_TRUE(!l.IsSet(2) && l.Count() == 3);
+             s[0] = *l.GetPtr(1), s[1] = *l.GetPtr(3);
+         }},
+        {"frame matrices", 2, 2,
+         [&](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             V_MATRIX to[2];  // to local, to world
+             ASSERT_EQ(mat_WorkPlane_World(&wp, &to[0], &to[1]), st::ok);
+             V_VECTOR d = vec(s[1]);
+             mat_rotate_vector(&d, &to[to_local ? 0 : 1], &d);
+             s[0] = apply(to[to_local ? 0 : 1], s[0]), s[1] = pt(d);
+         }},
+        {"frame to frame matrix", 1, 0,
+         [&](V_POINT* s, const V_WORKPLANE& wp, bool to_local) {
+             V_MATRIX M;  // through the local coordinates of the shifted frame
+             if (to_local) {
+                 ASSERT_EQ(mat_WorkPlane_WorkPlane(&shifted, &wp, &M), st::ok);
+                 s[0] = apply(M, V_POINT{s[0].x + 1, s[0].y, s[0].z});
+             } else {
+                 ASSERT_EQ(mat_WorkPlane_WorkPlane(&wp, &shifted, &M), st::ok);
+                 s[0] = apply(M, s[0]);
+                 s[0].x -= 1;
+             }
+         }},
+    };
+    const V_WORKPLANE wp = tilted_frame();
+    const V_POINT world[4] = {{0.5, 4, -2}, {10, -3, 7}, {4, 4, 4}, {1, 1, -2}};
+    for (const auto& k : kinds) {
+        V_POINT s[4] = {world[0], world[1], world[2], world[3]};
+        k.convert(s, wp, true);
+        for (int i = 0; i < k.n_slots; ++i)
+            EXPECT_TRUE(xyz_near(s[i], local_by_hand(wp, world[i], !(k.directions >> i & 1)),
+                                 1e-13))
+                << k.kind << ", slot " << i;
+        k.convert(s, wp, false);
+        for (int i = 0; i < k.n_slots; ++i)
+            EXPECT_TRUE(xyz_near(s[i], world[i], 1e-13)) << k.kind << ", back, slot " << i;
+    }
+    // Segments and arcs go through the frame's matrix: with no inverse they stay as they are.
+    V_SEGM g{world[0], world[1]};
+    V_ARC a{world[0], 1.0, {0, 0, 1}, world[2], world[3]};
+    V_WORKPLANE flat{};
+    g.absolute_to_relative(flat);
+    a.absolute_to_relative(flat);
+    EXPECT_TRUE(xyz_near(g.end, world[1], 0.0) && xyz_near(a.end, world[3], 0.0));
+    V_PLANE pl;
+    make_plane_from_wp(&pl, wp);
+    EXPECT_TRUE(xyz_near(pl.point, wp.origin, 0.0) && xyz_near(pl.normal, wp.zaxis, 0.0));
+}
+
+// world_to_plane drops local coordinates below tavotoll.point, read at the call; the point
+// members and plane_to_world keep every digit.
+TEST_F(TolFixture, WorldToPlaneAloneSnapsToTolerancePoint)
+{
+    V_WORKPLANE wp;
     init_wpl(&wp);
     wp.origin = V_POINT{10, 0, 0};
-    V_POINT p{1, 2, 5e-9};
-    plane_to_world(&p, wp);
-    EXPECT_TRUE(xyz_near(p, {11, 2, 5e-9}, 0.0));
-    world_to_plane(&p, wp);
-    EXPECT_TRUE(xyz_near(p, {1, 2, 0}, 0.0));  // 5e-9 is below tavotoll.point
-    tavotoll.point = 1e-3;                     // read at call time
-    p = V_POINT{10.0005, 7, 0};
-    world_to_plane(&p, wp);
-    EXPECT_EQ(p.x, 0.0);
-    V_PLANE pl;
-    make_plane_from_wp(&pl, tilted_frame());
-    EXPECT_TRUE(xyz_near(pl.point, {1, -2, 3}, 0.0) &&
-                xyz_near(pl.normal, tilted_frame().zaxis, 0.0));
+    const struct {
+        int how;  // 0 world_to_plane, 1 plane_to_world, 2 absolute_to_relative member
+        double point;
+        V_POINT in, want;
+    } rows[] = {
+        {0, 1e-8, {11, 2, 5e-9}, {1, 2, 0}},         // 5e-9 below the tolerance
+        {1, 1e-8, {1, 2, 5e-9}, {11, 2, 5e-9}},      // kept
+        {2, 1e-8, {10, 2, 5e-9}, {0, 2, 5e-9}},      // kept
+        {0, 1e-3, {10.0005, 7, 0}, {0, 7, 0}},       // the larger tolerance at the next call
+        {0, 1e-12, {10, 2, 5e-9}, {0, 2, 5e-9}},     // and the smaller one
+    };
+    for (const auto& r : rows) {
+        tavotoll.point = r.point;
+        V_POINT p = r.in;
+        if (r.how == 0) world_to_plane(&p, wp);
+        if (r.how == 1) plane_to_world(&p, wp);
+        if (r.how == 2) p.absolute_to_relative(wp);
+        EXPECT_TRUE(xyz_near(p, r.want, 1e-12)) << r.how << " " << r.point;
+    }
 }
 
 TEST(WorkplaneCompare, OriginsExactlyEqualAxesWithinOneArcSecond)
