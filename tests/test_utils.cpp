@@ -97,74 +97,100 @@ TEST_F(UtilsTest, DebugPrintf_HandsWholeTextToSinkInOneCallNullSinkRestoresStder
 
 // --- VLST ---
 
-TEST_F(UtilsTest, Vlst_PutGetAcrossGrowthInvalidPositionsAnswer110)
+// One list of ints through a run of operations; each step gives the status and the count
+// after it. Ops: i init (slots = position), p put, a put count + 1 .. position (value =
+// position), s put the list's own item 1, g get (and get the pointer), d delete, c compact,
+// r rewind, f free. fail: allocations allowed before failure, -1 for none.
+TEST_F(UtilsTest, Vlst_OperationsGiveTheirStatusAndCount)
 {
-    VLST l{};
-    V_POINT q{};
-    void* ptr = &q;
-    VLST_compact(&l);  // never initialised: everything refuses, nothing crashes
-    EXPECT_TRUE(VLST_put(&l, 1, &q) == st::bad_input && VLST_get(&l, 1, &q) == st::bad_input &&
-                VLST_delete(&l, 1) == st::bad_input && VLST_count(nullptr) == 0 &&
-                VLST_free(&l) == st::ok && VLST_free(nullptr) == st::bad_input &&
-                VLST_init(&l, 0, 4) == st::bad_input);
-    ASSERT_EQ(VLST_init(&l, sizeof(V_POINT), 2), st::ok);
-    for (unsigned long i = 1; i <= 100; ++i) {
-        const V_POINT p{double(i), 2.0 * double(i), -1.0};
-        ASSERT_EQ(VLST_put(&l, VLST_count(&l) + 1, &p), st::ok) << i;
-    }
-    ASSERT_EQ(VLST_getptr_void(&l, 73, &ptr), st::ok);
-    static_cast<V_POINT*>(ptr)->z = 8.0;
-    ASSERT_EQ(VLST_get(&l, 73, &q), st::ok);
-    EXPECT_TRUE(xyz_near(q, {73, 146, 8}, 0.0));
-    ASSERT_EQ(VLST_put(&l, 1, &q), st::ok);  // replacing keeps the count
-    EXPECT_EQ(VLST_count(&l), 100ul);
-    for (unsigned long k : {0ul, 101ul})
-        EXPECT_TRUE(VLST_get(&l, k, &q) == st::bad_input &&
-                    VLST_getptr_void(&l, k, &ptr) == st::bad_input && ptr == nullptr);
-    // A corrupt position past both count + 1 and the capacity allocates nothing.
-    EXPECT_TRUE(VLST_put(&l, 1ul << 40, &q) == st::bad_input &&
-                VLST_put(&l, 0, &q) == st::bad_input && VLST_put(&l, 1, nullptr) == st::bad_input);
-    EXPECT_TRUE(VLST_free(&l) == st::ok && l.data == nullptr && VLST_count(&l) == 0);
-}
-
-TEST_F(UtilsTest, Vlst_DeleteCompactRewindAndOutOfMemory)
-{
-    VLST l{};
-    int v = 0;
-    const auto holds = [&l, &v](unsigned long k, int want) {
-        return VLST_get(&l, k, &v) == st::ok && v == want;
+    const short ok = st::ok, bad = st::bad_input, nomem = st::no_memory;
+    const struct {
+        char op;
+        unsigned long pos;
+        int value;
+        short rc;
+        unsigned long count;
+        long fail;
+    } steps[] = {
+        {'c', 0, 0, ok, 0, -1},  // never initialised: everything refuses, nothing crashes
+        {'p', 1, 1, bad, 0, -1},
+        {'g', 1, 0, bad, 0, -1},
+        {'d', 1, 0, bad, 0, -1},
+        {'f', 0, 0, ok, 0, -1},
+        {'i', 8, 0, ok, 0, -1},
+        {'a', 6, 0, ok, 6, -1},
+        {'d', 2, 0, ok, 6, -1},
+        {'d', 4, 0, ok, 6, -1},
+        {'d', 4, 0, bad, 6, -1},  // already a hole
+        {'g', 2, 0, bad, 6, -1},  // holes answer 110
+        {'d', 6, 0, ok, 5, -1},   // the last item: count falls to the highest occupied
+        {'d', 5, 0, ok, 3, -1},   // past the hole at 4
+        {'c', 0, 0, ok, 2, -1},   // 1 3, in order
+        {'g', 1, 1, ok, 2, -1},
+        {'g', 2, 3, ok, 2, -1},
+        {'g', 3, 0, bad, 2, -1},
+        {'p', 8, 7, ok, 8, -1},  // within the capacity positions may skip
+        {'g', 5, 0, bad, 8, -1},
+        {'c', 0, 0, ok, 3, -1},
+        {'g', 3, 7, ok, 3, -1},
+        {'r', 0, 0, ok, 0, -1},  // empties the list, which stays usable
+        {'g', 1, 0, bad, 0, -1},
+        {'i', 2, 0, ok, 0, -1},  // a live list is released first
+        {'a', 2, 0, ok, 2, -1},
+        {'p', 3, 7, nomem, 2, 0},  // the items cannot grow
+        {'p', 3, 7, nomem, 2, 1},  // the items grow, the flags cannot
+        {'g', 2, 2, ok, 2, -1},
+        {'s', 3, 1, ok, 3, -1},  // an item of the list itself survives the growth that moves it
+        {'g', 3, 1, ok, 3, -1},
+        {'a', 100, 0, ok, 100, -1},
+        {'g', 73, 73, ok, 100, -1},
+        {'p', 1, 5, ok, 100, -1},  // replacing keeps the count
+        {'g', 1, 5, ok, 100, -1},
+        {'g', 101, 0, bad, 100, -1},
+        {'g', 0, 0, bad, 100, -1},
+        {'p', 1ul << 40, 0, bad, 100, -1},  // a corrupt position allocates nothing
+        {'p', 0, 0, bad, 100, -1},
+        {'f', 0, 0, ok, 0, -1},
+        {'i', 4, 0, nomem, 0, 1},  // the item block succeeds, the flag block fails
     };
-    ASSERT_EQ(VLST_init(&l, sizeof(int), 8), st::ok);
-    for (int i = 1; i <= 6; ++i) ASSERT_EQ(VLST_put(&l, i, &i), st::ok);
-    for (unsigned long k : {2ul, 4ul}) ASSERT_EQ(VLST_delete(&l, k), st::ok);
-    EXPECT_TRUE(VLST_delete(&l, 4) == st::bad_input && VLST_count(&l) == 6 && !holds(2, 2));
-    for (unsigned long k : {6ul, 5ul}) ASSERT_EQ(VLST_delete(&l, k), st::ok);
-    EXPECT_EQ(VLST_count(&l), 3ul);  // deleting the last items drops the trailing holes
-    VLST_compact(&l);
-    EXPECT_TRUE(VLST_count(&l) == 2 && holds(1, 1) && holds(2, 3) && !holds(3, 3));
-    const int seven = 7;
-    ASSERT_EQ(VLST_put(&l, 8, &seven), st::ok);  // within the capacity positions may skip
-    EXPECT_TRUE(VLST_count(&l) == 8 && !holds(5, 0));
-    VLST_compact(&l);
-    EXPECT_TRUE(VLST_count(&l) == 3 && holds(3, 7));
-    VLST_rewind(&l);  // empties the list, which stays usable
-    EXPECT_TRUE(VLST_count(&l) == 0 && !holds(1, 1));
-    ASSERT_EQ(VLST_init(&l, sizeof(int), 2), st::ok);  // a live list is released first
-    for (int i = 1; i <= 2; ++i) ASSERT_EQ(VLST_put(&l, i, &i), st::ok);
-    for (long allowed = 0; allowed <= 1; ++allowed) {  // items, then flags cannot grow
-        v_memptr_fail_after(allowed);
-        EXPECT_EQ(VLST_put(&l, 3, &seven), st::no_memory);
+    VLST l{};
+    for (const auto& s : steps) {
+        int v = -1;
+        void* ptr = &v;
+        short rc = ok;
+        v_memptr_fail_after(s.fail);
+        switch (s.op) {
+        case 'i': rc = VLST_init(&l, sizeof(int), s.pos); break;
+        case 'p': rc = VLST_put(&l, s.pos, &s.value); break;
+        case 'a':
+            for (int k = static_cast<int>(VLST_count(&l)) + 1; k <= int(s.pos) && rc == ok; ++k)
+                rc = VLST_put(&l, k, &k);
+            break;
+        case 's':
+            rc = VLST_getptr_void(&l, 1, &ptr);
+            if (rc == ok) rc = VLST_put(&l, s.pos, ptr);
+            break;
+        case 'g':
+            rc = VLST_get(&l, s.pos, &v);
+            EXPECT_EQ(VLST_getptr_void(&l, s.pos, &ptr), rc) << s.op << s.pos;
+            EXPECT_TRUE(rc == ok ? v == s.value && *static_cast<int*>(ptr) == s.value
+                                 : v == -1 && ptr == nullptr)
+                << s.op << s.pos;
+            break;
+        case 'd': rc = VLST_delete(&l, s.pos); break;
+        case 'c': VLST_compact(&l); break;
+        case 'r': VLST_rewind(&l); break;
+        case 'f':
+            rc = VLST_free(&l);
+            EXPECT_EQ(l.data, nullptr);
+            break;
+        }
         v_memptr_fail_after(-1);
-        EXPECT_TRUE(VLST_count(&l) == 2 && holds(2, 2));
+        EXPECT_EQ(rc, s.rc) << s.op << s.pos;
+        EXPECT_EQ(VLST_count(&l), s.count) << s.op << s.pos;
     }
-    void* first = nullptr;  // an item of the list itself survives the growth that moves it
-    ASSERT_EQ(VLST_getptr_void(&l, 1, &first), st::ok);
-    ASSERT_EQ(VLST_put(&l, 3, first), st::ok);
-    EXPECT_TRUE(holds(3, 1));
-    EXPECT_EQ(VLST_free(&l), st::ok);
-    v_memptr_fail_after(1);  // the item block succeeds, the flag block fails
-    EXPECT_EQ(VLST_init(&l, sizeof(int), 4), st::no_memory);
-    EXPECT_EQ(VLST_count(&l), 0ul);
+    EXPECT_TRUE(VLST_count(nullptr) == 0 && VLST_free(nullptr) == bad &&
+                VLST_init(&l, 0, 4) == bad && VLST_put(&l, 1, nullptr) == bad);
 }
 
 // --- bit arrays ---
