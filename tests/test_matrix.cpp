@@ -95,7 +95,7 @@ TEST(MatInverse, RandomWellConditionedInverseTimesMatrixIsIdentity)
         EXPECT_NEAR(mat_determinant(&A), leibniz4(A), 1e-10 * std::fabs(leibniz4(A)));
         V_MATRIX B = A;
         ASSERT_EQ(mat_inverse(&B, &B), st::ok);  // in place
-        mat_mul(&B, &A, &B);  // the product may overwrite its left factor
+        mat_mul(&B, &A, &B);                     // the product may overwrite its left factor
         EXPECT_TRUE(mat_near(B, identity(), 1e-12));
     }
 }

@@ -160,8 +160,12 @@ TEST_F(UtilsTest, Vlst_OperationsGiveTheirStatusAndCount)
         short rc = ok;
         v_memptr_fail_after(s.fail);
         switch (s.op) {
-        case 'i': rc = VLST_init(&l, sizeof(int), s.pos); break;
-        case 'p': rc = VLST_put(&l, s.pos, &s.value); break;
+        case 'i':
+            rc = VLST_init(&l, sizeof(int), s.pos);
+            break;
+        case 'p':
+            rc = VLST_put(&l, s.pos, &s.value);
+            break;
         case 'a':
             for (int k = static_cast<int>(VLST_count(&l)) + 1; k <= int(s.pos) && rc == ok; ++k)
                 rc = VLST_put(&l, k, &k);
@@ -177,9 +181,15 @@ TEST_F(UtilsTest, Vlst_OperationsGiveTheirStatusAndCount)
                                  : v == -1 && ptr == nullptr)
                 << s.op << s.pos;
             break;
-        case 'd': rc = VLST_delete(&l, s.pos); break;
-        case 'c': VLST_compact(&l); break;
-        case 'r': VLST_rewind(&l); break;
+        case 'd':
+            rc = VLST_delete(&l, s.pos);
+            break;
+        case 'c':
+            VLST_compact(&l);
+            break;
+        case 'r':
+            VLST_rewind(&l);
+            break;
         case 'f':
             rc = VLST_free(&l);
             EXPECT_EQ(l.data, nullptr);
