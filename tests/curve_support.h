@@ -27,6 +27,19 @@ struct Ref {
     int dim() const { return rational ? vpp - 1 : vpp; }
 };
 
+// A Ref from its parts.
+inline Ref make_ref(int order, std::vector<double> T, std::vector<double> Pw, int vpp = 3,
+                    bool rational = false)
+{
+    Ref r;
+    r.order = order;
+    r.vpp = vpp;
+    r.rational = rational;
+    r.T = std::move(T);
+    r.Pw = std::move(Pw);
+    return r;
+}
+
 // de Boor's algorithm on 0-based knots U and n points of vpp values in P (homogeneous
 // values combined as they are). The span is the last one of non-zero length starting at
 // or below u, so the end parameter falls in the last live span.
@@ -156,9 +169,9 @@ inline void expect_same_shape(const CNurbs& c, const Ref& r, double tol = 1e-10)
         ASSERT_EQ(c.Eval(i == 999 ? b : a + s * (b - a), nullptr, &p), st::ok) << s;
         const std::vector<double> e = point(r, i == 999 ? rb : ra + s * (rb - ra));
         const double q = tol * (1.0 + std::fabs(e[0]) + std::fabs(e[1]) + std::fabs(e[2]));
-        ASSERT_NEAR(p.x, e[0], q) << "s " << s << " order " << r.order;
-        ASSERT_NEAR(p.y, e[1], q) << "s " << s;
-        ASSERT_NEAR(p.z, e[2], q) << "s " << s;
+        const double got[3] = {p.x, p.y, p.z};
+        for (int k = 0; k < 3; ++k)
+            ASSERT_NEAR(got[k], e[k], q) << "s " << s << " order " << r.order;
     }
 }
 

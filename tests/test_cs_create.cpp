@@ -140,11 +140,7 @@ TEST(CreateFromArc, Sweeps_ExactCircleQuarterPiecesMonotonic)
 
 TEST(CreateFromCircle, FullTurnsFromTheGivenStart)
 {
-    Frame z;
-    z.c = {1, 1, 0};
-    z.n = {0, 0, 1};
-    z.e1 = {1, 0, 0};
-    z.e2 = {0, 1, 0};
+    const Frame z{{1, 1, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}};
     CNurbs c;
     ASSERT_EQ(c.CreateFromCircle(V_CIRCLE{{1, 1, 0}, 3.0, {0, 0, 2}}), st::ok);
     expect_conic(c, 1, 9, 1, {4, 1, 0}, {4, 1, 0}, 1e-12);  // centre + radius along world X
@@ -152,8 +148,8 @@ TEST(CreateFromCircle, FullTurnsFromTheGivenStart)
     sample(c, [&](const V_POINT& p) { EXPECT_NEAR(dist(p, z.c), 3.0, 3e-12); });
     ASSERT_EQ(c.CreateFromCircle(V_CIRCLE{{1, 1, 0}, -3.0, {0, 0, 1}}), st::ok);
     EXPECT_NEAR(total_turn(c, z, -1), -2 * kPi, 1e-9);
-    EXPECT_EQ(c.CreateFromCircle(V_CIRCLE{{1, 1, 0}, 1e-9, {0, 0, 1}}), st::bad_input);
-    EXPECT_EQ(c.CreateFromCircle(V_CIRCLE{{1, 1, 0}, 1.0, {0, 0, 0}}), st::bad_input);
+    for (const V_CIRCLE& bad : {V_CIRCLE{{1, 1, 0}, 1e-9, {0, 0, 1}}, {{1, 1, 0}, 1, {0, 0, 0}}})
+        EXPECT_EQ(c.CreateFromCircle(bad), st::bad_input);
 
     // Explicit data: xdir off the plane on purpose, only its in-plane part counts.
     const Frame f;
@@ -166,10 +162,11 @@ TEST(CreateFromCircle, FullTurnsFromTheGivenStart)
     ASSERT_EQ(c.Create_From_Circle(f.c, 2.0, f.n, f.e2), st::ok);
     expect_conic(c, 1, 9, 1, on(kPi / 2), on(kPi / 2), 1e-12);
     EXPECT_NEAR(total_turn(c, f, +1), 2 * kPi, 1e-9);
-    EXPECT_EQ(c.Create_From_Arc(f.c, 2.0, f.n, f.n, 0.0, 1.0), st::bad_input);  // xdir along n
-    EXPECT_EQ(c.Create_From_Arc(f.c, 2.0, f.n, f.e1, 0.0, 0.0), st::bad_input);
-    EXPECT_EQ(c.Create_From_Arc(f.c, 2.0, f.n, f.e1, 0.0, 7.0), st::bad_input);
-    EXPECT_EQ(c.Create_From_Arc(f.c, -2.0, f.n, f.e1, 0.0, 1.0), st::bad_input);
+    // xdir along n, no sweep, more than a turn, negative radius
+    const std::array<double, 4> bad[] = {{2, 0, 1, 1}, {2, 0, 0, 0}, {2, 0, 7, 0}, {-2, 0, 1, 0}};
+    for (const auto& [r, a0, sw, along_n] : bad)
+        EXPECT_EQ(c.Create_From_Arc(f.c, r, f.n, along_n ? f.n : f.e1, a0, sw), st::bad_input)
+            << sw;
 }
 
 // --- ellipses, parabola, hyperbola ---
@@ -240,9 +237,9 @@ TEST(CreateParabolaAndHyperbola, SamplesOnTheCurveInOrder)
         EXPECT_NEAR(x * x - y * y, 1.0, 1e-12 * x * x);
         EXPECT_GT(x, 0.0);  // the right branch
     });
-    EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, a, b, 1.0, 1.0), st::bad_input);
-    EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, a, b, 0.0, 60.0), st::bad_input);
-    EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, -a, b, 0.0, 1.0), st::bad_input);
+    for (const std::array<double, 3>& bad :
+         {std::array<double, 3>{a, 1, 1}, {a, 0, 60}, {-a, 0, 1}})
+        EXPECT_EQ(c.CreateHyperbola(f.c, f.e1, f.e2, bad[0], b, bad[1], bad[2]), st::bad_input);
 }
 
 // --- straight curves ---
@@ -401,31 +398,25 @@ TEST(CreateAllocationFailure, EveryStep_115CurveUnchangedNothingLeaks)
     const List<double> lin = list_of<double>({0, 0, 0, 0.5, 0.5, 1, 1, 1});
     const double q[] = {1, 0, 0, 1, 1, 1, 0, 1, 0, 1, 0, 1};
     const CNurbs a = segment_curve(), b = segment_curve();
+    const V_ARC arc{f.c, 1, f.n, f.at(1, 0), f.at(-1, 0)};
+    const V_CIRCLE circle{f.c, 1, f.n};
+    const V_ELLIPSE ellipse{f.c, f.e1, f.e2, 3, 1};
+    const V_POINT p0{0, 0, 0}, p1{1, 1, 0}, p2{2, 0, 0};
+    const V_POINT2D u0{0, 0}, u1{1, 1};
     const std::function<short(CNurbs&)> creators[] = {
-        [&](CNurbs& c) {
-            return c.CreateFromArc({f.c, 1, f.n, f.at(1, 0), f.at(-1, 0)});
-        },
-        [&](CNurbs& c) {
-            return c.CreateFromCircle({f.c, 1, f.n});
-        },
-        [&](CNurbs& c) {
-            return c.CreateFromEllipse({f.c, f.e1, f.e2, 3, 1});
-        },
+        [&](CNurbs& c) { return c.CreateFromArc(arc); },
+        [&](CNurbs& c) { return c.CreateFromCircle(circle); },
+        [&](CNurbs& c) { return c.CreateFromEllipse(ellipse); },
         [&](CNurbs& c) { return c.CreateHyperbola(f.c, f.e1, f.e2, 1, 1, 0, 5); },
-        [&](CNurbs& c) {
-            return c.CreateParabola({0, 0, 0}, {1, 1, 0}, {2, 0, 0});
-        },
+        [&](CNurbs& c) { return c.CreateParabola(p0, p1, p2); },
         [&](CNurbs& c) { return c.CreateFromPolyline(kPts); },
-        [&](CNurbs& c) {
-            return c.CreateFromParametricSegment({0, 0}, {1, 1});
-        },
+        [&](CNurbs& c) { return c.CreateFromParametricSegment(u0, u1); },
         [&](CNurbs& c) { return c.Create_From_Points(kPts, 4); },
         [&](CNurbs& c) { return c.Create_By_Cpts(3, kPts, &w, lin); },
         [&](CNurbs& c) { return c.Create_Bezier_Curve(kPts, w); },
         [&](CNurbs& c) { return c.Create_Bezier_Curve(7); },
         [&](CNurbs& c) { return c.Create_Bezier_From_Cpts(q, 3, 4, true); },
-        [&](CNurbs& c) { return c.Create_Blending(a, b, 1, 1); },
-    };
+        [&](CNurbs& c) { return c.Create_Blending(a, b, 1, 1); }};
     for (size_t i = 0; i < std::size(creators); ++i) {
         CNurbs c = segment_curve();  // unchanged by every failure, so it serves every try
         const testsupport::Bytes before = testsupport::record_of(c);

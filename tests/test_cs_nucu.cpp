@@ -17,13 +17,7 @@ using CurveTest = testsupport::LeakFree;
 // A curve from linear knots and homogeneous values.
 CNurbs make(int order, int vpp, bool rational, const D& T, const D& P)
 {
-    curvetest::Ref r;
-    r.order = order;
-    r.vpp = vpp;
-    r.rational = rational;
-    r.T = T;
-    r.Pw = P;
-    return curvetest::build(r);
+    return curvetest::build(curvetest::make_ref(order, T, P, vpp, rational));
 }
 
 // A rational quadratic, closed, periodic, form 1: (1,2,3) w 1, (1,1,0) w 2, (0,0,5) w 1.

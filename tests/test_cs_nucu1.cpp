@@ -16,9 +16,7 @@ const double kInf = std::numeric_limits<double>::infinity();
 // A clamped cubic by hand: knots 0 0 0 0 1 2 2 3 3 3 3 (distinct 0 1 2 3), seven points.
 Ref hand_cubic()
 {
-    Ref r;
-    r.order = 4;
-    r.T = {0, 0, 0, 0, 1, 2, 2, 3, 3, 3, 3};
+    Ref r = curvetest::make_ref(4, {0, 0, 0, 0, 1, 2, 2, 3, 3, 3, 3}, {});
     for (int i = 0; i < 7; ++i) r.Pw.insert(r.Pw.end(), {double(i), double(i * i), 1.0 - i});
     return r;
 }
@@ -204,18 +202,13 @@ TEST(Eval, BadParametersDataAndWeights_Refused)
     broken.mults->items[1] = 2;  // a multiplicity sum that disagrees with the counts
     EXPECT_EQ(broken.Eval(1.0, nullptr, &p), st::bad_input);
     EXPECT_EQ(CNurbs().Eval(0.0, nullptr, &p), st::bad_input);
-    Ref light;  // weights of 1e-13 sum below the minimum weight
-    light.order = 2;
-    light.vpp = 4;
-    light.rational = true;
-    light.T = {0, 0, 1, 1};
-    light.Pw = {0, 0, 0, 1e-13, 1e-13, 0, 0, 1e-13};
+    // Weights of 1e-13 sum below the minimum weight.
+    const Ref light =
+        curvetest::make_ref(2, {0, 0, 1, 1}, {0, 0, 0, 1e-13, 1e-13, 0, 0, 1e-13}, 4, true);
     EXPECT_EQ(build(light).Eval(0.5, nullptr, &p), st::bad_input);
 
     // Uniform knots 0..7 for a cubic with 4 points: the range is [3, 4].
-    Ref u;
-    u.order = 4;
-    u.T = {0, 1, 2, 3, 4, 5, 6, 7};
+    Ref u = curvetest::make_ref(4, {0, 1, 2, 3, 4, 5, 6, 7}, {});
     for (int i = 0; i < 12; ++i) u.Pw.push_back(i % 5);
     const CNurbs uc = build(u);
     List<double> ul = curvetest::list_of(u.T);

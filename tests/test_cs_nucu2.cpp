@@ -17,9 +17,7 @@ using RemoveKnotTest = testsupport::LeakFree;  // restores tavotoll
 // Clamped cubic on [0, 1] with the interior knots 0.25 and 0.5; six points.
 Ref cubic()
 {
-    Ref r;
-    r.order = 4;
-    r.T = {0, 0, 0, 0, 0.25, 0.5, 1, 1, 1, 1};
+    Ref r = curvetest::make_ref(4, {0, 0, 0, 0, 0.25, 0.5, 1, 1, 1, 1}, {});
     for (int i = 0; i < 6; ++i) r.Pw.insert(r.Pw.end(), {double(i), (i % 2) * 3.0, -i * 0.5});
     return r;
 }
@@ -115,11 +113,7 @@ TEST(RemoveKnot, ToleranceIsASquaredDistance)
 {
     // Polyline (0,0,0) (1,0.5,0) (2,0,0) with the knot 0.5: without it the middle point
     // would be the midpoint (1,0,0), at distance 0.5, squared 0.25.
-    Ref r;
-    r.order = 2;
-    r.T = {0, 0, 0.5, 1, 1};
-    r.Pw = {0, 0, 0, 1, 0.5, 0, 2, 0, 0};
-    CNurbs c = build(r);
+    CNurbs c = build(curvetest::make_ref(2, {0, 0, 0.5, 1, 1}, {0, 0, 0, 1, 0.5, 0, 2, 0, 0}));
     const CNurbs before = c;
     int removed = -1;
     EXPECT_EQ(c.RemoveKnot(0.5, 1, &removed, 0.2), st::bad_input);

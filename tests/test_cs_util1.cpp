@@ -22,6 +22,13 @@ List<int> il(std::initializer_list<int> v)
     return curvetest::list_of<int>(v);
 }
 
+// The two lists hold v and m.
+void expect_knots(const List<double>& lv, const List<int>& lm, const D& v, const I& m)
+{
+    EXPECT_EQ(items(lv), v);
+    EXPECT_EQ(items(lm), m);
+}
+
 // A VLST of doubles holding v.
 struct DoubleVlst {
     VLST l{};
@@ -42,13 +49,7 @@ struct DoubleVlst {
 // A 3-D curve of the given order on linear knots T with homogeneous values P.
 CNurbs curve(int order, const D& T, const D& P, int vpp = 3)
 {
-    curvetest::Ref r;
-    r.order = order;
-    r.vpp = vpp;
-    r.rational = vpp == 4;
-    r.T = T;
-    r.Pw = P;
-    return curvetest::build(r);
+    return curvetest::build(curvetest::make_ref(order, T, P, vpp, vpp == 4));
 }
 
 }  // namespace
@@ -63,8 +64,7 @@ TEST_F(KnotTest, LinearToMultiplicity_RunsCompareWithTheirFirstValue)
     double knots[] = {0, 0, 0, 0.5, 0.5 + 5e-12, 1, 1, 1};
     ASSERT_EQ(linear_knots_to_multiplicity_knots(8, knots, &v, &m, &count), st::ok);
     EXPECT_EQ(count, 3);
-    EXPECT_EQ(items(v), (D{0, 0.5, 1}));
-    EXPECT_EQ(items(m), (I{3, 2, 3}));
+    expect_knots(v, m, D{0, 0.5, 1}, I{3, 2, 3});
     // Each knot is within 1e-11 of the previous one, but the third is 1.2e-11 from the first.
     double drift[] = {0.0, 0.6e-11, 1.2e-11, 1.8e-11};
     ASSERT_EQ(linear_knots_to_multiplicity_knots(4, drift, &v, &m, &count), st::ok);
@@ -107,8 +107,7 @@ TEST_F(KnotTest, MultiplicityToLinear_ListArrayAndVlstForms)
     ASSERT_EQ(knots_vector_from_List_to_VLST(v, m, &vlst.l), st::ok);
     EXPECT_EQ(vlst.values(), items(lin));  // rewound first
     ASSERT_EQ(knots_vector_from_VLST_to_List(&vlst.l, &v2, &m2, nullptr), st::ok);
-    EXPECT_EQ(items(v2), items(v));
-    EXPECT_EQ(items(m2), items(m));
+    expect_knots(v2, m2, items(v), items(m));
     EXPECT_EQ(knots_vector_from_VLST_to_List(&empty.l, &v2, &m2, nullptr), st::bad_index);
     double va[3];
     int ma[3];
@@ -172,12 +171,10 @@ TEST_F(KnotTest, InsertRemoveAndMeanKnots)
     List<double> v = dl({0, 0.5, 1}), ov;
     List<int> m = il({3, 1, 3}), om;
     ASSERT_EQ(insert_knot(&v, &m, 3, 2, 0.75, 2, &ov, &om), st::ok);
-    EXPECT_EQ(items(ov), (D{0, 0.5, 0.75, 1}));
-    EXPECT_EQ(items(om), (I{3, 1, 2, 3}));
+    expect_knots(ov, om, D{0, 0.5, 0.75, 1}, I{3, 1, 2, 3});
     EXPECT_EQ(v.Count(), 3u);                                       // inputs unchanged
     ASSERT_EQ(insert_knot(&v, &m, 3, 0, -1.0, 1, &v, &m), st::ok);  // in place, at the front
-    EXPECT_EQ(items(v), (D{-1, 0, 0.5, 1}));
-    EXPECT_EQ(items(m), (I{1, 3, 1, 3}));
+    expect_knots(v, m, D{-1, 0, 0.5, 1}, I{1, 3, 1, 3});
     EXPECT_EQ(insert_knot(&v, &m, 4, 2, 0.7, 1, &ov, &om), st::bad_input);    // out of order
     EXPECT_EQ(insert_knot(&v, &m, 4, 2, 1e-12, 1, &ov, &om), st::bad_input);  // same as 0
     EXPECT_EQ(insert_knot(&v, &m, 4, 5, 2.0, 1, &ov, &om), st::bad_index);
@@ -192,8 +189,7 @@ TEST_F(KnotTest, InsertRemoveAndMeanKnots)
     EXPECT_EQ(items(rm), (I{2, 1, 1, 2}));
     ASSERT_EQ(remove_knot(&rv, &rm, &n, 4), st::ok);  // linear knot 4 is now 0.7: gone
     EXPECT_EQ(n, 3);
-    EXPECT_EQ(items(rv), (D{0, 0.4, 1}));
-    EXPECT_EQ(items(rm), (I{2, 1, 2}));
+    expect_knots(rv, rm, D{0, 0.4, 1}, I{2, 1, 2});
     EXPECT_EQ(remove_knot(&rv, &rm, &n, 6), st::bad_index);
     EXPECT_EQ(remove_knot(&rv, &rm, &n, 0), st::bad_index);
 
@@ -201,8 +197,7 @@ TEST_F(KnotTest, InsertRemoveAndMeanKnots)
     List<int> mm = il({2, 1, 1, 2});
     ASSERT_EQ(insert_mean_knots(&mv, &mm, 4, &mv, &mm), st::ok);
     // The 1.5e-11 interval is too short for a midpoint of its own.
-    EXPECT_EQ(items(mv), (D{0, 0.25, 0.5, 0.5 + 1.5e-11, 0.75 + 0.75e-11, 1}));
-    EXPECT_EQ(items(mm), (I{2, 1, 1, 1, 1, 2}));
+    expect_knots(mv, mm, D{0, 0.25, 0.5, 0.5 + 1.5e-11, 0.75 + 0.75e-11, 1}, I{2, 1, 1, 1, 1, 2});
 }
 
 TEST_F(KnotTest, ChangeRangeNormaliseAndReverse_StrictRules)
