@@ -99,15 +99,14 @@ TEST_F(PolylineTest, LengthClosureAndCurve_FollowTheOccupiedSlots)
     pl.Points()->Delete(2);
     EXPECT_DOUBLE_EQ(pl.Length(), 7.0);  // legs 3 and 4 across the hole
     CNurbs c;
-    EXPECT_EQ(c.CreateFromPolyline(Polyline()), st::bad_input);
-    ASSERT_EQ(c.CreateFromPolyline(pl), st::ok);
+    ASSERT_TRUE(c.CreateFromPolyline(Polyline()) == st::bad_input &&
+                c.CreateFromPolyline(pl) == st::ok);
     double u0, u1;
     V_POINT p;
     ASSERT_TRUE(c.Get_Start_End_Knots(&u0, &u1) == st::ok && c.Get_Cpt(2, &p) == st::ok);
     EXPECT_DOUBLE_EQ(u1 - u0, 7.0);  // chord-length knots, the hole skipped
     EXPECT_EQ(p.x, 3.0);
-    EXPECT_FALSE(Polyline().Is_Closed());
-    EXPECT_TRUE(make({{1, 1, 1}, {1, 1, 1}}).Is_Closed());
+    EXPECT_TRUE(!Polyline().Is_Closed() && make({{1, 1, 1}, {1, 1, 1}}).Is_Closed());
     Polyline near = make({{0, 0, 0}, {1, 0, 0}, {1e-9, 0, 0}});
     EXPECT_TRUE(near.Is_Closed());  // within 1e-8
     near.Put(3, V_POINT{1e-6, 0, 0});
@@ -116,8 +115,7 @@ TEST_F(PolylineTest, LengthClosureAndCurve_FollowTheOccupiedSlots)
     EXPECT_TRUE(near.Is_Closed());
     // Free end slots do not count: the first point is slot 2, the last slot 3.
     Polyline holed = make({{7, 7, 7}, {2, 0, 0}, {2, 0, 0}, {8, 8, 8}});
-    holed.Points()->Delete(1);
-    holed.Points()->Delete(4);
+    for (uint32_t k : {1u, 4u}) holed.Points()->Delete(k);
     EXPECT_TRUE(holed.Is_Closed());
     holed.Points()->Delete(3);
     EXPECT_FALSE(holed.Is_Closed());  // one point left
