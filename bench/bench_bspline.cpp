@@ -2,6 +2,7 @@
 // basis with 0, 1 and 2 derivatives on a knot vector of 64 spans, parameters cycling
 // through the range.
 #include <kestra/kestra.h>
+#include "curves/curves_internal.h"
 #include <benchmark/benchmark.h>
 #include <vector>
 
