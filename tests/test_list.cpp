@@ -65,6 +65,22 @@ TEST_F(ListTest, Growth_ByTenthOrGrowByAtLeastToPositionNewSlotsZeroAndUnset)
     }
 }
 
+TEST_F(ListTest, AppendOwnItemDuringGrowth_CopiesTheValue)
+{
+    // The reference points into storage that the growth reallocates; class items and
+    // trivially copyable records take different paths through the growth.
+    List<Counted> l(1);
+    ASSERT_TRUE(l.Append(Counted(42)));
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(l.Append(l[1]));
+    ASSERT_TRUE(l.Put(100, l[2]));
+    for (uint32_t k : {2u, 21u, 100u}) EXPECT_EQ(l[k].v, 42) << k;
+    List<V_POINT> pts(1);
+    ASSERT_TRUE(pts.Append(V_POINT{1, 2, 3}));
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(pts.Append(pts[pts.Count()]));
+    ASSERT_TRUE(pts.Put(300, pts[7]));
+    for (uint32_t k : {2u, 21u, 300u}) EXPECT_EQ(pts[k].z, 3.0) << k;
+}
+
 // --- failure paths ---
 
 TEST_F(ListTest, GrowthFailure_LeavesListEmptyAndReleasesEverything)
