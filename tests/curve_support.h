@@ -31,13 +31,7 @@ struct Ref {
 inline Ref make_ref(int order, std::vector<double> T, std::vector<double> Pw, int vpp = 3,
                     bool rational = false)
 {
-    Ref r;
-    r.order = order;
-    r.vpp = vpp;
-    r.rational = rational;
-    r.T = std::move(T);
-    r.Pw = std::move(Pw);
-    return r;
+    return Ref{order, vpp, rational, std::move(T), std::move(Pw)};
 }
 
 // de Boor's algorithm on 0-based knots U and n points of vpp values in P (homogeneous
@@ -85,12 +79,8 @@ inline CNurbs build(const Ref& r, bool parametric = false)
     std::vector<double> K;
     std::vector<int> M;
     for (double t : r.T) {
-        if (!K.empty() && K.back() == t) {
-            ++M.back();
-        } else {
-            K.push_back(t);
-            M.push_back(1);
-        }
+        if (K.empty() || K.back() != t) K.push_back(t), M.push_back(0);  // exact: equal values
+        ++M.back();
     }
     c.n_knots = static_cast<int>(K.size());
     EXPECT_EQ(c.Init_Lists(false), st::ok);

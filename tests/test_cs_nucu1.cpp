@@ -172,14 +172,13 @@ TEST(Eval, OrdersUpTo21WithoutAllocation_ParametricArrayForm)
     const short with_list = c.Eval(0.4, &lin, &p, &d1, &d2);
     const short without = c.Eval(0.4, nullptr, &p, &d1, &d2);
     v_memptr_fail_after(-1);
-    EXPECT_EQ(with_list, st::ok);
-    EXPECT_EQ(without, st::ok);
+    EXPECT_EQ((I{with_list, without}), (I{st::ok, st::ok}));
 
     const Ref r = curvetest::random_curve(rng, 3, false, 2, 2);  // a (U, V) curve
     const CNurbs uv = build(r, true);
-    EXPECT_EQ(uv.Eval(0.5, nullptr, &p), st::bad_input);
-    EXPECT_EQ(uv.Eval(0.5, nullptr, &p, &d1), st::bad_input);
-    EXPECT_EQ(uv.Eval(0.5, nullptr, &p, &d1, &d2), st::bad_input);
+    EXPECT_EQ((I{uv.Eval(0.5, nullptr, &p), uv.Eval(0.5, nullptr, &p, &d1),
+                 uv.Eval(0.5, nullptr, &p, &d1, &d2)}),
+              (I{st::bad_input, st::bad_input, st::bad_input}));  // 3-D forms of a (U, V) curve
     double out[2] = {};
     ASSERT_EQ(uv.Eval(0.3, nullptr, out), st::ok);
     EXPECT_NEAR(out[0], point(r, 0.3)[0], 1e-12);

@@ -1,6 +1,5 @@
 // Knot-vector forms, edits, ranges, Oslo coefficients, periodic knots, curve sets and
-// VertexList. Expected values are worked out by hand or by the reference computations of
-// curve_support.h.
+// VertexList, against values worked out by hand or the references of curve_support.h.
 #include "curve_support.h"
 #include "io_support.h"
 #include <numeric>
@@ -13,14 +12,8 @@ namespace {
 
 using KnotTest = testsupport::LeakFree;
 
-List<double> dl(std::initializer_list<double> v)
-{
-    return curvetest::list_of<double>(v);
-}
-List<int> il(std::initializer_list<int> v)
-{
-    return curvetest::list_of<int>(v);
-}
+const auto dl = [](std::initializer_list<double> v) { return curvetest::list_of<double>(v); };
+const auto il = [](std::initializer_list<int> v) { return curvetest::list_of<int>(v); };
 
 // The two lists hold v and m.
 void expect_knots(const List<double>& lv, const List<int>& lm, const D& v, const I& m)
@@ -71,11 +64,10 @@ TEST_F(KnotTest, LinearToMultiplicity_RunsCompareWithTheirFirstValue)
     EXPECT_EQ(items(m), (I{2, 2}));
     EXPECT_EQ(items(v), (D{0.0, 1.2e-11}));
     DoubleVlst vlst({0.0, 0.6e-11, 1.2e-11});  // the same rule for the VLST form
-    ASSERT_EQ(count_distinct_knots(vlst.l, count), st::ok);
-    EXPECT_EQ(count, 2);
+    EXPECT_EQ((I{count_distinct_knots(vlst.l, count), count}), (I{st::ok, 2}));
     tavotoll.param = 1e-10;  // read at the call: all four merge
-    ASSERT_EQ(linear_knots_to_multiplicity_knots(4, drift, &v, &m, &count), st::ok);
-    EXPECT_EQ(count, 1);
+    EXPECT_EQ((I{linear_knots_to_multiplicity_knots(4, drift, &v, &m, &count), count}),
+              (I{st::ok, 1}));
     // Failures leave empty lists: too few knots, a NaN, no memory for the multiplicities.
     double bad[] = {0, 1, std::nan("")};
     EXPECT_EQ(linear_knots_to_multiplicity_knots(1, bad, &v, &m, &count), st::bad_index);
@@ -121,8 +113,7 @@ TEST_F(KnotTest, MultiplicityToLinear_ListArrayAndVlstForms)
 
     List<double> two = dl({0, 1}), one = dl({0});
     for (const I& bad : {I{2}, I{2, 0}, I{2, 2000000000}}) {  // a corrupt count allocates nothing
-        List<int> l;
-        for (int x : bad) l.Append(x);
+        List<int> l = curvetest::list_of(bad);
         EXPECT_EQ(multiplicity_knots_to_linear_knots(two, l, &lin), st::bad_input) << bad.back();
     }
     List<int> m2s = il({2}), m22 = il({2, 2});
@@ -237,8 +228,7 @@ TEST_F(KnotTest, ChangeRangeNormaliseAndReverse_StrictRules)
     EXPECT_EQ((D{part[1], part[3], part[4]}), (D{0, 1, 2}));
     EXPECT_NEAR(part[2], 0.5e-12, 1e-15);
     for (const D& k : {D{2, 2 + 1e-12, 3}, D{1, 2 - 1e-12, 2}, D{1, 1}, D{0, std::nan(""), 2}}) {
-        List<double> l;
-        for (double x : k) l.Append(x);
+        List<double> l = curvetest::list_of(k);
         EXPECT_EQ(normalise_knots_vector(&l, int(k.size())), st::bad_input) << k[1];
     }
 
@@ -299,12 +289,10 @@ TEST_F(KnotTest, SameCompareAndCommonVectors)
     EXPECT_TRUE(same_knots_vectors(3, a, ma, 3, b, ma));
     EXPECT_FALSE(same_knots_vectors(3, a, ma, 3, b, mb));
     EXPECT_FALSE(same_knots_vectors(3, a, ma, 2, b, ma));
-    short same = 0;
+    short same = 0, other = 1;
     List<double> c = dl({0, 0.2, 0.4, 1}), d = dl({0, 2});
-    ASSERT_EQ(compare_knots_vector_range(a, 3, c, 4, &same), st::ok);
-    EXPECT_EQ(same, 1);
-    ASSERT_EQ(compare_knots_vector_range(a, 3, d, 2, &same), st::ok);
-    EXPECT_EQ(same, 0);
+    EXPECT_EQ((I{compare_knots_vector_range(a, 3, c, 4, &same), same}), (I{st::ok, 1}));
+    EXPECT_EQ((I{compare_knots_vector_range(a, 3, d, 2, &other), other}), (I{st::ok, 0}));
     EXPECT_EQ(compare_knots_vector_range(a, 1, d, 2, &same), st::bad_index);
 
     List<double> v[3] = {dl({0, 0.5, 1}), dl({0, 0.25, 0.5 + 3e-12, 1}), dl({0, 0.75, 1})};
