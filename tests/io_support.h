@@ -1,7 +1,6 @@
 #pragma once
-// Helpers shared by the record and dump tests: byte images built by hand, streams over them,
-// the bytes a record writes, round trips, truncation and allocation-failure sweeps, peak
-// memory while reading, leak checks and captured diagnostics. Header only.
+// Helpers shared by the record and dump tests: hand-built byte images, streams, round trips,
+// truncation and allocation-failure sweeps, peak memory, leak checks, captured dumps.
 #include <kestra/kestra.h>
 #include "foundation/status.h"
 #include <gtest/gtest.h>
@@ -19,10 +18,7 @@ namespace testsupport {
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
-// --- byte images built by hand ---
-
-// Appends the n_bytes low bytes of v, least significant first, shifted out one by one so that
-// the expected image does not share the library's copy path.
+// Appends the n_bytes low bytes of v, least significant first (shifted out, not copied).
 inline void put_le(Bytes& b, uint64_t v, int n_bytes)
 {
     for (int i = 0; i < n_bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
@@ -34,30 +30,22 @@ inline void put_f64(Bytes& b, double d)
     std::memcpy(&bits, &d, 8);
     put_le(b, bits, 8);
 }
-// Appends three doubles (a point or vector).
 inline void put_xyz(Bytes& b, double x, double y, double z)
 {
     for (double d : {x, y, z}) put_f64(b, d);
 }
 
-// --- streams and records ---
-
-// A stream holding the first n bytes of b, positioned at its start; the caller closes it.
-inline FILE* stream_of(const Bytes& b, size_t n)
+// A stream holding the first n bytes of b (all by default), rewound; the caller closes it.
+inline FILE* stream_of(const Bytes& b, size_t n = SIZE_MAX)
 {
+    n = std::min(n, b.size());
     FILE* f = std::tmpfile();
-    EXPECT_NE(f, nullptr);
-    EXPECT_TRUE(n == 0 || std::fwrite(b.data(), 1, n, f) == n);
+    EXPECT_TRUE(f && (n == 0 || std::fwrite(b.data(), 1, n, f) == n));
     std::rewind(f);
     return f;
 }
-inline FILE* stream_of(const Bytes& b)
-{
-    return stream_of(b, b.size());
-}
 
-// The bytes r.fwrite_bin writes to a fresh stream. With rc null the write must succeed;
-// otherwise *rc receives its status and the bytes are whatever reached the stream.
+// The bytes r.fwrite_bin writes; with rc null the write must succeed, else *rc gets its status.
 template <class R> Bytes record_of(const R& r, short* rc = nullptr)
 {
     FILE* f = std::tmpfile();
@@ -72,30 +60,37 @@ template <class R> Bytes record_of(const R& r, short* rc = nullptr)
     return b;
 }
 
-// Reads rec into a fresh object from make() through a stream and through a memory cursor;
-// each read must return 0 and consume exactly the record, then check(object) runs.
-template <class Make, class Check> void expect_round_trip(const Bytes& rec, Make make, Check check)
+// Reads rec into r through a stream (form 0) or a memory cursor (form 1); *used gets the bytes
+// consumed. -1 when the reader threw std::runtime_error.
+template <class R> short read_form(R& r, const Bytes& rec, int form, size_t* used)
 {
-    {
-        SCOPED_TRACE("stream");
-        auto r = make();
-        FILE* f = stream_of(rec);
-        EXPECT_EQ(r.fread_bin(f), st::ok);
-        EXPECT_EQ(std::ftell(f), long(rec.size()));
-        std::fclose(f);
-        check(r);
-    }
-    SCOPED_TRACE("memory");
-    auto r = make();
+    FILE* f = stream_of(rec);
     Bytes image = rec;
     unsigned char* p = image.data();
-    EXPECT_EQ(r.fread_bin(p), st::ok);
-    EXPECT_EQ(p, image.data() + image.size());
-    check(r);
+    short rc = -1;
+    try {
+        rc = form == 0 ? r.fread_bin(f) : r.fread_bin(p);
+    } catch (const std::runtime_error&) {}
+    *used = form == 0 ? size_t(std::ftell(f)) : size_t(p - image.data());
+    std::fclose(f);
+    return rc;
 }
 
-// Calls check(f, cut) with a stream over the first cut bytes of rec for every cut short of
-// the whole record, cut 0 included; the stream is closed afterwards.
+// Reads rec into a fresh make() in both forms: each returns 0 and consumes exactly the
+// record, then check(object) runs.
+template <class Make, class Check> void expect_round_trip(const Bytes& rec, Make make, Check check)
+{
+    for (int form = 0; form < 2; ++form) {
+        SCOPED_TRACE(form == 0 ? "stream" : "memory");
+        auto r = make();
+        size_t used;
+        EXPECT_EQ(read_form(r, rec, form, &used), st::ok);
+        EXPECT_EQ(used, rec.size());
+        check(r);
+    }
+}
+
+// Calls check(f, cut) with a stream over the first cut bytes of rec for every cut < size.
 template <class F> void for_each_cut(const Bytes& rec, F check)
 {
     for (size_t cut = 0; cut < rec.size(); ++cut) {
@@ -106,11 +101,8 @@ template <class F> void for_each_cut(const Bytes& rec, F check)
     }
 }
 
-// --- allocation failures and leaks ---
-
-// Runs attempt() with allocations failing after n = 0, 1, ... successful ones until it returns
-// true or n passes limit; the allocator is restored after every try, also when attempt
-// throws. True when some try succeeded.
+// Runs attempt() with allocations failing after n = 0, 1, ..., limit successful ones until it
+// returns true (then true); the allocator is restored after every try, also on a throw.
 template <class F> bool until_allocations_suffice(long limit, F attempt)
 {
     struct Restore {
@@ -138,9 +130,8 @@ template <class F> auto with_allocations(long n, F f)
     return r;
 }
 
-// Reads rec into a fresh R through a stream and through a memory cursor while allocations
-// fail after 0, 1, ... successful ones; check(r, rc) sees each try, rc -1 when the reader
-// threw std::runtime_error. Both forms must succeed within limit allocations.
+// Reads rec into a fresh R in both forms while allocations fail after 0, 1, ... successful
+// ones; check(r, rc) sees each try (rc -1: it threw). Both succeed within limit allocations.
 template <class R, class Check>
 void read_with_failing_allocations(const Bytes& rec, long limit, Check check)
 {
@@ -148,23 +139,16 @@ void read_with_failing_allocations(const Bytes& rec, long limit, Check check)
         SCOPED_TRACE(form == 0 ? "stream" : "memory");
         EXPECT_TRUE(until_allocations_suffice(limit, [&] {
             R r;
-            FILE* f = stream_of(rec);
-            Bytes image = rec;
-            unsigned char* p = image.data();
-            short rc = -1;
-            try {
-                rc = form == 0 ? r.fread_bin(f) : r.fread_bin(p);
-            } catch (const std::runtime_error&) {}
-            std::fclose(f);
+            size_t used;
+            const short rc = read_form(r, rec, form, &used);
             check(r, rc);
             return rc == st::ok;
         }));
     }
 }
 
-// The largest growth of the tracked bytes alive, seen at any read from an unbuffered stream
-// over b while read(f) runs and after it: a reader that sizes storage from a count before the
-// data arrive shows.
+// The largest growth of the tracked bytes alive at any read from an unbuffered stream over b
+// while read(f) runs, and after it: shows a reader that sizes storage from a count.
 template <class F> size_t bytes_grown_reading(const Bytes& b, F read)
 {
     const size_t base = v_memptr_live_bytes();
@@ -189,8 +173,7 @@ template <class F> size_t bytes_grown_reading(const Bytes& b, F read)
     return std::max(src.peak, v_memptr_live_bytes()) - base;
 }
 
-// Fixture: after each test every tracked block made during it is released, fault injection
-// is off and tavotoll is as it was.
+// Fixture: every tracked block made in a test is released; fault injection off, tavotoll kept.
 class LeakFree : public ::testing::Test {
 protected:
     V_TOLERANCE saved_tol_ = tavotoll;
@@ -203,33 +186,16 @@ protected:
     }
 };
 
-// --- diagnostics ---
-
-// Collects each text handed to the debug sink while alive, one entry per debug_printf call.
-class DumpCapture {
-public:
-    Lines lines;
-    DumpCapture() { debug_set_sink(&DumpCapture::take, this); }
-    ~DumpCapture() { debug_set_sink(nullptr, nullptr); }
-    DumpCapture(const DumpCapture&) = delete;
-    DumpCapture& operator=(const DumpCapture&) = delete;
-
-private:
-    static void take(const char* text, void* user)
-    {
-        static_cast<DumpCapture*>(user)->lines.emplace_back(text);
-    }
-};
-
 // The texts that f() hands to the debug sink, one per call.
 template <class F> Lines dump_of(F f)
 {
-    DumpCapture cap;
+    Lines lines;
+    debug_set_sink([](const char* text, void* u) { static_cast<Lines*>(u)->emplace_back(text); },
+                   &lines);
     f();
-    return cap.lines;
+    debug_set_sink(nullptr, nullptr);
+    return lines;
 }
-
-// --- sample elements ---
 
 // The rational quarter circle of radius 1 about the origin from (1,0,0) to (0,1,0): control
 // points (1,0,0) w 1, (1,1,0) w sqrt(1/2), (0,1,0) w 1, stored homogeneous (x w, y w, z w, w).
@@ -255,13 +221,6 @@ inline CNurbs quarter_curve(bool rational = true)
     return c;
 }
 
-// The characters of sample text 9 (host storage, alive for the whole program).
-inline char16_t* sample_text_chars()
-{
-    static char16_t chars[] = u"Hi \u00e9!";
-    return chars;
-}
-
 // One element of every kind, with unit, perpendicular frames wherever a kind has one:
 // 0 empty, 1 point, 2 segment, 3 line, 4 circle, 5 arc (negative radius), 6 ellipse,
 // 7 elliptical arc, 8 symbol, 9 text, 10 empty text, 11 rational curve, 12 polyline, 13 point
@@ -280,10 +239,9 @@ inline std::vector<V_ELEMENT> element_samples()
         V_ELLIPTICALARC{{{0, 0, 0}, {0, 1, 0}, {-1, 0, 0}, 3, 1}, {0, 3, 0}, {-1, 0, 0}});
     v[8].SetSymbolInstance(
         V_SYMBOL_INST{{1, 2, 3}, {1, 0, 0}, {0, 0, 1}, 2, 2, 2, 0.5, -7, 0x55AA, {u'S'}});
-    V_TEXT t{{1, 2, 3}, {0, 0, 1}, {1, 0, 0},           12, 3, 0.25, 0.5, 1.5, "Sans", 4,
-             3,         9,         sample_text_chars(), 1,  0};
+    static char16_t chars[] = u"Hi \u00e9!", empty[] = u"";  // host storage, alive throughout
+    V_TEXT t{{1, 2, 3}, {0, 0, 1}, {1, 0, 0}, 12, 3, 0.25, 0.5, 1.5, "Sans", 4, 3, 9, chars, 1, 0};
     v[9].SetText(t);
-    static char16_t empty[] = u"";
     t.text = empty;
     v[10].SetText(t);
     v[11].SetCurve(quarter_curve());

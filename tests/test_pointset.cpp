@@ -4,6 +4,7 @@
 #include "io_support.h"
 #include <gtest/gtest.h>
 #include <cstring>
+#include <utility>
 
 using namespace testsupport;
 
@@ -32,10 +33,9 @@ const V_WORKPLANE& world()  // every byte 0 but the unit axes
     wp.xaxis.x = wp.yaxis.y = wp.zaxis.z = 1.0;
     return wp;
 }
-bool same_plane(const V_WORKPLANE& a, const V_WORKPLANE& b)
-{
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
+const auto same_plane = [](const V_WORKPLANE& a, const V_WORKPLANE& b) {
+    return !std::memcmp(&a, &b, sizeof a);
+};
 
 // Points (1, 2, 3), (4, 5, 6), (7, 8, 9), the second deleted; odd plane and words.
 PointSet sample()
@@ -68,8 +68,8 @@ using PointSetTest = LeakFree;
 TEST_F(PointSetTest, Ownership_CopyCarriesEveryFieldMoveAndResetLeaveTheWorldFrame)
 {
     PointSet fresh;
-    EXPECT_TRUE(fresh.points == nullptr && fresh.deleted == nullptr && fresh.flags == 0);
-    EXPECT_TRUE(fresh.GetType() == 0 && fresh.count_word == 0 && same_plane(fresh.plane, world()));
+    EXPECT_TRUE(fresh.points == nullptr && fresh.deleted == nullptr && fresh.flags == 0 &&
+                fresh.GetType() == 0 && fresh.count_word == 0 && same_plane(fresh.plane, world()));
     ASSERT_EQ(fresh.Append(V_POINT{0, 0, 0}), st::ok);
     EXPECT_EQ(record_of(fresh).size(), 200u + 24);  // Append makes both lists
     const PointSet a = sample();
@@ -82,7 +82,6 @@ TEST_F(PointSetTest, Ownership_CopyCarriesEveryFieldMoveAndResetLeaveTheWorldFra
     EXPECT_EQ(record_of(fresh), rec);
     List<V_POINT>* pts = b.points;
     PointSet d(std::move(b));
-    EXPECT_EQ(d.points, pts);
     fresh = std::move(d);
     EXPECT_TRUE(fresh.points == pts && record_of(fresh) == rec);
     fresh.Reset();
@@ -100,20 +99,18 @@ TEST_F(PointSetTest, Building_CreateAndSetPointSetReplaceListsOrLeaveTheSet)
     PointSet s = sample();
     ASSERT_EQ(s.Create(src, odd_plane()), st::ok);
     EXPECT_TRUE(s.Count() == 2 && s.points->grow_by == 5 && s.GetDeletedPointsNum() == 0);
-    V_POINT p;
+    V_POINT p;  // as given: not moved into the plane
     ASSERT_EQ(s.Get_Point(1, &p), st::ok);
-    EXPECT_EQ(p.y, 20.0);  // as given: not moved into the plane
-    EXPECT_TRUE(s.type == -3 && s.flags == 0xBEEF);
+    EXPECT_TRUE(p.y == 20.0 && s.type == -3 && s.flags == 0xBEEF);
     EXPECT_EQ(with_allocations(0, [&] { return s.Create(List<V_POINT>(), world()); }),
               st::no_memory);
     EXPECT_TRUE(s.Count() == 2u && same_plane(s.plane, odd_plane()));
     ASSERT_EQ(s.SetPointSet(50, 4), st::ok);
-    EXPECT_TRUE(s.points->capacity == 50 && s.points->grow_by == 50);
-    EXPECT_TRUE(s.deleted->capacity == 4 && s.deleted->grow_by == 10);
-    EXPECT_TRUE(s.Count() == 0 && s.GetDeletedPointsNum() == 0);
+    EXPECT_TRUE(s.points->capacity == 50 && s.points->grow_by == 50 && s.deleted->capacity == 4);
+    EXPECT_TRUE(s.deleted->grow_by == 10 && s.Count() == 0 && s.GetDeletedPointsNum() == 0);
     EXPECT_EQ(s.SetPointSet(0xFFFFFFFFul, 0), st::bad_input);
-    EXPECT_EQ(with_allocations(2, [&] { return s.SetPointSet(7, 7); }), st::no_memory);
-    EXPECT_EQ(s.points->capacity, 50u);
+    EXPECT_TRUE(with_allocations(2, [&] { return s.SetPointSet(7, 7); }) == st::no_memory &&
+                s.points->capacity == 50u);
 }
 
 TEST_F(PointSetTest, DeletePoint_MarksPositionsThatUndeleteBringsBack)
@@ -122,9 +119,9 @@ TEST_F(PointSetTest, DeletePoint_MarksPositionsThatUndeleteBringsBack)
     for (const auto& [i, rc] :
          {std::pair(2, st::no_change), {0, st::bad_index}, {4, st::bad_index}})
         EXPECT_EQ(s.DeletePoint(i), rc) << i;
-    ASSERT_EQ(s.DeletePoint(3), st::ok);
-    EXPECT_TRUE(s.GetDeletedPointsNum() == 2u && s.IsDeleted(3) && !s.IsDeleted(1));
-    EXPECT_EQ(s.Count(), 3u);  // marked points keep their slots
+    ASSERT_EQ(s.DeletePoint(3), st::ok);  // marked points keep their slots
+    EXPECT_TRUE(s.GetDeletedPointsNum() == 2u && s.IsDeleted(3) && !s.IsDeleted(1) &&
+                s.Count() == 3u);
     s.points->Delete(1);
     EXPECT_EQ(s.DeletePoint(1), st::bad_input);  // a free slot holds nothing to delete
     s.UndeletePoints();
@@ -158,10 +155,10 @@ TEST_F(PointSetTest, Record_MatchesHandBuiltBytesAndRoundTripsBitForBit)
 
     short rc;  // no lists, a position beyond 32 bits, a null stream
     EXPECT_TRUE(record_of(PointSet(), &rc).empty() && rc == st::bad_input);
-    List<unsigned long>* d = s.deleted;
-    s.deleted = nullptr;
+    List<unsigned long>* d = nullptr;
+    std::swap(s.deleted, d);  // no deletion list
     EXPECT_TRUE(record_of(s, &rc).empty() && rc == st::bad_input);
-    s.deleted = d;
+    std::swap(s.deleted, d);
     s.deleted->Append(0x100000000ul);
     record_of(s, &rc);
     EXPECT_EQ(rc, st::bad_input);

@@ -1,5 +1,5 @@
-// The element's storage, ownership under copy, move, type changes and setters, its dump and
-// its two conversions. Leaks are counted through the tracked allocator.
+// The element's storage, ownership under copy, move, type changes and setters (leaks counted),
+// its dump and its two conversions.
 #include <kestra/kestra.h>
 #include "foundation/status.h"
 #include "io_support.h"
@@ -32,17 +32,15 @@ TEST_F(ElementOwnership, TypeSet_KeepsTheSameTypeReleasesAndPreparesOthers)
     const long empty = v_memptr_live_count();
     V_ELEMENT e;
     // Every member of the payload starts at offset 8, after the type code and its fill.
-    const auto* base = reinterpret_cast<const unsigned char*>(&e);
-    EXPECT_EQ(reinterpret_cast<const unsigned char*>(&e.point) - base, 8);
-    EXPECT_EQ(reinterpret_cast<const unsigned char*>(&e.pointset) - base, 8);
-    EXPECT_EQ(sizeof(V_ELEMENT), 8 + sizeof(PointSet));  // the largest payload
+    const auto at = [&](const void* m) { return (const char*)m - (const char*)&e; };
+    EXPECT_TRUE(at(&e.point) == 8 && at(&e.pointset) == 8 && sizeof e == 8 + sizeof(PointSet));
     e.SetCircle(V_POINT{1, 2, 3}, 4.5, V_VECTOR{0, 0, 1});
     e.TypeSet(4);
     EXPECT_EQ(e.circle.radius, 4.5);
     e.SetCurve(quarter_curve());
     List<double>* before = e.curve.cpts;
-    e.TypeSet(19);
-    EXPECT_EQ(e.curve.cpts, before);  // the same lists, not a fresh empty curve
+    e.TypeSet(19);  // the same lists, not a fresh empty curve
+    EXPECT_EQ(e.curve.cpts, before);
     e.TypeSet(20);
     EXPECT_TRUE(v_memptr_live_count() == empty && e.polyline.Points() == nullptr);
     ASSERT_EQ(e.SetPolyline(make_points(4)), st::ok);
@@ -74,15 +72,13 @@ TEST_F(ElementOwnership, Setters_ArgumentsMayLiveInThePayloadOwningOnesCopyOrTak
     e.SetArc(V_POINT{0, 0, 0}, 1.0, V_POINT{1, 0, 0}, V_POINT{0, 1, 0}, V_VECTOR{0, 0, 1});
     e.SetPoint(e.arc.end);  // the arc's end lies beyond the point's bytes
     EXPECT_TRUE(e.point.x == 0.0 && e.point.y == 1.0);
+    // A point set from the polyline's own list, which the type change releases, and back.
     ASSERT_EQ(e.SetPolyline(make_points(3)), st::ok);
-    // A point set from the polyline's own list, which the type change releases.
     ASSERT_EQ(e.SetPointSet(*e.polyline.Points(), kWorld), st::ok);
-    ASSERT_EQ(e.SetPolyline(*e.pointset.points), st::ok);  // and back
-    EXPECT_EQ(e.polyline.Count(), 3u);
+    ASSERT_TRUE(e.SetPolyline(*e.pointset.points) == st::ok && e.polyline.Count() == 3u);
     e.SetCurve(quarter_curve());
     e.SetCurve(e.curve);  // a copy of itself
     EXPECT_EQ(e.curve.cpts->Count(), 12u);
-    // The owning setters copy or take their argument.
     CNurbs c = quarter_curve();
     e.SetCurve(c);
     EXPECT_TRUE(e.curve.cpts != c.cpts && e.curve.cpts->Count() == c.cpts->Count());
@@ -104,12 +100,11 @@ TEST_F(ElementOwnership, Setters_ArgumentsMayLiveInThePayloadOwningOnesCopyOrTak
     List<V_POINT>* pts = ps.points;
     e.MovePointSet(ps);
     EXPECT_TRUE(e.pointset.points == pts && ps.points == nullptr);
-
     // The building setters work in place on a payload of their kind: what the builder keeps
     // stays (the count word), and a failure leaves the points held before.
     ASSERT_EQ(e.SetPointSet(100ul, 7ul), st::ok);
-    EXPECT_TRUE(e.pointset.points->capacity == 100 && e.pointset.deleted->capacity == 7);
-    EXPECT_TRUE(e.pointset.Count() == 0u && e.pointset.count_word == 9u);
+    EXPECT_TRUE(e.pointset.points->capacity == 100 && e.pointset.deleted->capacity == 7 &&
+                e.pointset.Count() == 0u && e.pointset.count_word == 9u);
     const List<V_POINT> three = make_points(3);
     for (uint32_t held : {0u, 2u}) {  // from a point set, then over a polyline of two points
         ASSERT_TRUE(!held || e.SetPolyline(make_points(held)) == st::ok);
@@ -124,28 +119,24 @@ TEST_F(ElementOwnership, CopyAndMove_DeepCopiesTheMoveLeavesTheSourceReadableUnt
     V_ELEMENT a;
     a.SetCurve(quarter_curve());
     V_ELEMENT c(a);
-    (*c.curve.cpts)[5] = 99.0;  // a copy is independent
-    EXPECT_NE((*a.curve.cpts)[5], 99.0);
-    c = *&c;  // self-assignment changes nothing
-    EXPECT_EQ((*c.curve.cpts)[5], 99.0);
+    (*c.curve.cpts)[5] = 99.0;  // a copy is independent; self-assignment changes nothing
+    c = *&c;
+    EXPECT_TRUE((*a.curve.cpts)[5] != 99.0 && (*c.curve.cpts)[5] == 99.0);
     unsigned char before[sizeof(CNurbs)];
     std::memcpy(before, &a.curve, sizeof before);
     List<double>* src_list = a.curve.cpts;
     V_ELEMENT b(std::move(a));
     EXPECT_TRUE(a.TypeGet() == 0 && b.TypeGet() == 19);
-    EXPECT_NE(b.curve.cpts, src_list);  // a deep copy, not a take-over
+    EXPECT_NE(b.curve.cpts, src_list);  // a deep copy; the source's lists alive and unchanged
     EXPECT_EQ(std::memcmp(before, &a.curve, sizeof before), 0);
-    // the source's lists are alive and unchanged
     EXPECT_TRUE(src_list->Count() == 12u && (*src_list)[5] == (*b.curve.cpts)[5]);
-
     // Reusing the moved-from element releases what it still held.
     V_ELEMENT dst;
     ASSERT_EQ(a.SetPolyline(make_points(7)), st::ok);
     dst.Move(a);  // the source still readable after the move
     EXPECT_TRUE(a.TypeGet() == 0 && dst.polyline.Count() == 7u && a.polyline.Count() == 7u);
     ASSERT_EQ(a.SetPointSet(make_points(2), kWorld), st::ok);
-    dst = std::move(a);
-    EXPECT_EQ(dst.pointset.Count(), 2u);
+    EXPECT_EQ((dst = std::move(a)).pointset.Count(), 2u);
     // Moving or copying an empty element leaves what the earlier move left for release.
     V_ELEMENT other;
     other.Move(a);
@@ -154,8 +145,7 @@ TEST_F(ElementOwnership, CopyAndMove_DeepCopiesTheMoveLeavesTheSourceReadableUnt
     a.SetCircle(V_POINT{1, 1, 1}, 2, V_VECTOR{0, 0, 1});
     dst.Move(a);
     EXPECT_TRUE(a.TypeGet() == 0 && dst.circle.radius == 2.0);
-    // Moved into itself, an element ends empty like any source, its payload still readable
-    // (released with the element: the fixture counts leaks).
+    // Moved into itself, it ends empty like any source, its payload readable and not leaked.
     dst.SetCurve(quarter_curve());
     dst.Move(dst);
     EXPECT_TRUE(dst.TypeGet() == 0 && dst.curve.cpts->Count() == 12u);
@@ -208,15 +198,16 @@ TEST_F(ElementDump, LongTextIsOneLineCurveAndPolylineHandOver)
     t.text = &chars[0];
     V_ELEMENT e;
     e.SetText(t);
-    Lines got = dump_of([&] { e.DebugOutput("long"); });
+    const auto dump = [&](const char* name) { return dump_of([&] { e.DebugOutput(name); }); };
+    Lines got = dump("long");
     ASSERT_EQ(got.size(), 6u);
     EXPECT_EQ(got[5], "#" + std::string(3000, 'x') + "#\n");
     ASSERT_EQ(e.SetPolyline(make_points(2)), st::ok);
-    got = dump_of([&] { e.DebugOutput("pl"); });
-    EXPECT_EQ(got, (Lines{"Polyline pl open with 2 points\n", "1 - 0.000,0.000,-1.000\n",
-                          "2 - 1.000,2.000,-1.000\n"}));
+    const Lines pl = {"Polyline pl open with 2 points\n", "1 - 0.000,0.000,-1.000\n",
+                      "2 - 1.000,2.000,-1.000\n"};
+    EXPECT_EQ(dump("pl"), pl);
     e.SetCurve(quarter_curve());
-    got = dump_of([&] { e.DebugOutput("cv"); });
+    got = dump("cv");
     got.resize(3);
     EXPECT_EQ(
         got, (Lines{"======= Start \" cv \"\n", "Order = 3 Rational\n", "Form is CIRCULAR_ARC\n"}));
