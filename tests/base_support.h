@@ -34,13 +34,6 @@ protected:
     }
 };
 
-// Equal within a few units in the last place (never across zero), or both NaN.
-inline bool same_value(double a, double b)
-{
-    if (a == b || (std::isnan(a) && std::isnan(b))) return true;
-    return std::fabs(a - b) <= 1e-15 * std::fmax(std::fabs(a), std::fabs(b));
-}
-
 // A table row: the value computed by the call under test, the value worked out by hand, the
 // reason. Rows are evaluated in order, under the tolerances set then.
 struct Row {
@@ -51,10 +44,14 @@ struct Row {
     const char* why;
 };
 
+// Each row equal within a few units in the last place (never across zero), or both NaN.
 inline void expect_rows(std::initializer_list<Row> rows)
 {
     for (const Row& r : rows)
-        EXPECT_TRUE(same_value(r.got, r.want)) << r.why << ": got " << r.got << ", want " << r.want;
+        EXPECT_TRUE(r.got == r.want || (std::isnan(r.got) && std::isnan(r.want)) ||
+                    std::fabs(r.got - r.want) <=
+                        1e-15 * std::fmax(std::fabs(r.got), std::fabs(r.want)))
+            << r.why << ": got " << r.got << ", want " << r.want;
 }
 
 template <class R> bool same_bytes(const R& a, const R& b)

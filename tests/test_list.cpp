@@ -29,8 +29,6 @@ template <class T> List<T> filled(uint32_t grow_by, uint32_t n)
 
 }  // namespace
 
-// --- growth ---
-
 TEST_F(ListTest, Growth_ByTenthOrGrowByAtLeastToPositionNewSlotsZeroAndUnset)
 {
     EXPECT_EQ(List<int>().grow_by, 16u);
@@ -49,13 +47,13 @@ TEST_F(ListTest, Growth_ByTenthOrGrowByAtLeastToPositionNewSlotsZeroAndUnset)
     for (uint32_t i = 5; i < 8; ++i) EXPECT_EQ(l.set[i], 0) << i;
     EXPECT_TRUE(l.Reserve(3) && l.capacity == 8);  // smaller than capacity: nothing changes
 
-    const struct {
-        uint32_t grow_by, reserved, appended, capacity;
-    } rows[] = {
+    // clang-format off
+    const struct { uint32_t grow_by, reserved, appended, capacity; } rows[] = {
         {2, 100, 101, 110},  // a tenth of 100 beats grow_by 2
         {16, 10, 11, 26},    // grow_by 16 beats a tenth of 10
         {4, 0, 50, 52},      // 4, 8, ... 40 while a tenth is below 4, then 44, 48, 52
     };
+    // clang-format on
     for (const auto& r : rows) {
         List<int> g(r.grow_by);
         ASSERT_TRUE(g.Reserve(r.reserved));
@@ -80,8 +78,6 @@ TEST_F(ListTest, AppendOwnItemDuringGrowth_CopiesTheValue)
     ASSERT_TRUE(pts.Put(300, pts[7]));
     for (uint32_t k : {2u, 21u, 300u}) EXPECT_EQ(pts[k].z, 3.0) << k;
 }
-
-// --- failure paths ---
 
 TEST_F(ListTest, GrowthFailure_LeavesListEmptyAndReleasesEverything)
 {
@@ -122,9 +118,9 @@ TEST_F(ListTest, RefusedInsertions_ChangeNothing)
     EXPECT_TRUE(l.Append(5) && l[1] == 5);
 }
 
-// --- copy and move ---
-
-TEST_F(ListTest, Copy_KeepsCapacityCountHolesGrowByAndIsIndependent)
+// A copy keeps capacity, count, holes and grow_by and is independent; a move takes the
+// storage and leaves the source empty with its grow_by.
+TEST_F(ListTest, CopyAndMove_KeepContentsAndItemLifetimes)
 {
     Counted::alive = 0;
     {
@@ -150,11 +146,6 @@ TEST_F(ListTest, Copy_KeepsCapacityCountHolesGrowByAndIsIndependent)
         EXPECT_EQ(a[3].v, 30);
     }
     EXPECT_EQ(Counted::alive, 0);
-}
-
-TEST_F(ListTest, Move_TakesStorageAndLeavesSourceEmptyKeepingGrowBy)
-{
-    Counted::alive = 0;
     {
         List<Counted> src = filled<Counted>(5, 3);
         Counted* const storage = src.items;
@@ -173,8 +164,6 @@ TEST_F(ListTest, Move_TakesStorageAndLeavesSourceEmptyKeepingGrowBy)
     }
     EXPECT_EQ(Counted::alive, 0);
 }
-
-// --- deletion, clearing, heap objects, contracts ---
 
 TEST_F(ListTest, DeletePutAndClear_ManageItemLifetimes)
 {

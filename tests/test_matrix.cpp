@@ -39,8 +39,6 @@ V_POINT arc_midpoint(const V_ARC& a, double* sweep)
 
 }  // namespace
 
-// --- building and combining ---
-
 TEST(MatBuilders, TranslateShearNuscaleTwoDimensionalAndScaleThroughM33)
 {
     V_MATRIX M;
@@ -85,9 +83,7 @@ TEST(MatRotate, AxesTurnCounterClockwiseAndUnknownLetterIsMinusY)
     }
 }
 
-// --- determinant and inverse ---
-
-TEST(MatInverse, RandomWellConditionedInverseTimesMatrixIsIdentity)
+TEST(MatInverse, InverseTimesMatrixIsIdentityDeterminantBelowBoundIsSingular)
 {
     std::mt19937 rng(2024);
     for (int n = 0; n < 100; ++n) {
@@ -98,10 +94,7 @@ TEST(MatInverse, RandomWellConditionedInverseTimesMatrixIsIdentity)
         mat_mul(&B, &A, &B);                     // the product may overwrite its left factor
         EXPECT_TRUE(mat_near(B, identity(), 1e-12));
     }
-}
-
-TEST(MatInverse, SingularOrNotFiniteReturns13AndKeepsOutput)
-{
+    // Singular or not finite: 13, the output kept.
     V_MATRIX A, B = from_rows({9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2, 3, 4, 5, 6});
     const V_MATRIX before = B;
     mat_nuscale(&A, 1e-15, 1.0, 1.0);  // determinant 1e-15
@@ -125,8 +118,6 @@ TEST(MatContracts, RowsColumnsAndIndexOutsideZeroToThreeAsserts)
     EXPECT_DEATH(mat_cofactor(&A, 4, 0), "assertion failed in matrix.cpp line");
     EXPECT_DEATH(A.rows(4, &v), "assertion failed in matrix.cpp line");
 }
-
-// --- mappings ---
 
 TEST(MatRotations, PreserveLengthsAndMatchVectorRotateAboutOffsetAxes)
 {
@@ -234,8 +225,6 @@ TEST(MatTransformArc, ImageOfMidpointStaysMidpointUnderReflections)
     EXPECT_NEAR(a.radius, 2.0, 1e-15);
     EXPECT_TRUE(xyz_near(a.start, {0, -2, 0}) && xyz_near(a.end, {-2, 0, 0}));
 }
-
-// --- frames ---
 
 TEST(MatFrames, PlaneMatricesOr13And177WithOutputsKept)
 {

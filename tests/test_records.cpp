@@ -5,8 +5,6 @@
 
 using namespace basetest;
 
-// --- layouts: every record reaches binary records byte for byte (the header pins the sizes) ---
-
 static_assert(offsetof(V_SEGM, end) == 24 && offsetof(V_LINE, direction) == 24 &&
               offsetof(V_PLANE, normal) == 24 && offsetof(V_BOUNDS, max) == 24 &&
               offsetof(V_CIRCLE, radius) == 24 && offsetof(V_ARC, normal) == 32 &&
@@ -25,8 +23,6 @@ static_assert(offsetof(V_WORKPLANE, name) == 24 && offsetof(V_WORKPLANE, zaxis) 
 static_assert(std::is_aggregate_v<V_POINT> && std::is_aggregate_v<V_ARC> &&
               std::is_aggregate_v<V_MATRIX> && std::is_trivially_copyable_v<V_TEXT> &&
               std::is_trivially_copyable_v<V_WORKPLANE>);
-
-// --- lengths, canonical forms, creation ---
 
 TEST(Segment, LengthIsFilteredAndOnlyTwoPointsAreWritten)
 {

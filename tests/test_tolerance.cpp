@@ -28,8 +28,6 @@ TEST(Globals, InitialValues_AreTheModuleDefaults)
     EXPECT_NEAR(tavo_angular_step, 3.0 * kPi / 180.0, 1e-15);  // three degrees
 }
 
-// --- tolerance filters ---
-
 TEST_F(TolFixture, Filters_InclusiveBoundEachReadsItsOwnFieldDenormalsDropped)
 {
     expect_rows({{toll_testp(1e-08), 1e-08, "the tie keeps x"},
@@ -54,8 +52,6 @@ TEST_F(TolFixture, Filters_InclusiveBoundEachReadsItsOwnFieldDenormalsDropped)
                  {toll_testa(5e-12), 5e-12, "angle 0 now, not the default 1e-11"}});
 }
 
-// --- signs ---
-
 TEST_F(TolFixture, Signs_DeadZoneWithInclusiveBoundsIntegerSignsExact)
 {
     expect_rows({{dsgn(1e-08), 1, "inclusive"},
@@ -75,8 +71,6 @@ TEST_F(TolFixture, Signs_DeadZoneWithInclusiveBoundsIntegerSignsExact)
                  {isgn(INT_MIN), -1, "int"},
                  {ssgn(static_cast<short>(0)), 0, "short"}});
 }
-
-// --- rounding ---
 
 TEST_F(TolFixture, Rounds_IntTiesTowardZeroDigitsHalfUpInSizeDeadZoneOnlyForRounds)
 {

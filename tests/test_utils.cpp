@@ -9,15 +9,7 @@ using namespace basetest;
 
 namespace {
 
-// Leak check of AllocFixture; the debug sink is restored afterwards as well.
-class UtilsTest : public AllocFixture {
-protected:
-    void TearDown() override
-    {
-        debug_set_sink(nullptr, nullptr);
-        AllocFixture::TearDown();
-    }
-};
+using UtilsTest = AllocFixture;
 
 void log_sink(const char* text, void* user)
 {
@@ -25,8 +17,6 @@ void log_sink(const char* text, void* user)
 }
 
 }  // namespace
-
-// --- tracked allocation and contract reports ---
 
 TEST_F(UtilsTest, Allocation_KeepsContentsZeroFillsCountsAndInjectsFailures)
 {
@@ -74,8 +64,6 @@ TEST(UtilsDeathTest, AssertReportCarriesBaseNameAndLine_ForeignFreeIsAViolation)
     std::free(raw);
 }
 
-// --- diagnostics ---
-
 TEST_F(UtilsTest, DebugPrintf_HandsWholeTextToSinkInOneCallNullSinkRestoresStderr)
 {
     std::vector<std::string> calls;
@@ -95,8 +83,6 @@ TEST_F(UtilsTest, DebugPrintf_HandsWholeTextToSinkInOneCallNullSinkRestoresStder
     EXPECT_EQ(calls, want);
 }
 
-// --- VLST ---
-
 // One list of ints through a run of operations; each step gives the status and the count
 // after it. Ops: i init (slots = position), p put, a put count + 1 .. position (value =
 // position), s put the list's own item 1, g get (and get the pointer), d delete, c compact,
@@ -104,106 +90,81 @@ TEST_F(UtilsTest, DebugPrintf_HandsWholeTextToSinkInOneCallNullSinkRestoresStder
 TEST_F(UtilsTest, Vlst_OperationsGiveTheirStatusAndCount)
 {
     const short ok = st::ok, bad = st::bad_input, nomem = st::no_memory;
-    const struct {
-        char op;
-        unsigned long pos;
-        int value;
-        short rc;
-        unsigned long count;
-        long fail;
-    } steps[] = {
+    // clang-format off
+    const struct { char op; unsigned long pos; int value; short rc; unsigned long count; long fail; } steps[] = {
         {'c', 0, 0, ok, 0, -1},  // never initialised: everything refuses, nothing crashes
-        {'p', 1, 1, bad, 0, -1},
-        {'g', 1, 0, bad, 0, -1},
-        {'d', 1, 0, bad, 0, -1},
-        {'f', 0, 0, ok, 0, -1},
-        {'i', 8, 0, ok, 0, -1},
-        {'a', 6, 0, ok, 6, -1},
-        {'d', 2, 0, ok, 6, -1},
-        {'d', 4, 0, ok, 6, -1},
+        {'p', 1, 1, bad, 0, -1},  // refused
+        {'g', 1, 0, bad, 0, -1},  // refused
+        {'d', 1, 0, bad, 0, -1},  // refused
+        {'f', 0, 0, ok, 0, -1},  // freeing nothing is fine
+        {'i', 8, 0, ok, 0, -1},  // room for 8, count 0
+        {'a', 6, 0, ok, 6, -1},  // 1 .. 6
+        {'d', 2, 0, ok, 6, -1},  // a hole keeps the count
+        {'d', 4, 0, ok, 6, -1},  // a second hole
         {'d', 4, 0, bad, 6, -1},  // already a hole
         {'g', 2, 0, bad, 6, -1},  // holes answer 110
         {'d', 6, 0, ok, 5, -1},   // the last item: count falls to the highest occupied
         {'d', 5, 0, ok, 3, -1},   // past the hole at 4
         {'c', 0, 0, ok, 2, -1},   // 1 3, in order
-        {'g', 1, 1, ok, 2, -1},
-        {'g', 2, 3, ok, 2, -1},
-        {'g', 3, 0, bad, 2, -1},
+        {'g', 1, 1, ok, 2, -1},  // item 1
+        {'g', 2, 3, ok, 2, -1},  // item 3 moved down
+        {'g', 3, 0, bad, 2, -1},  // past the count
         {'p', 8, 7, ok, 8, -1},  // within the capacity positions may skip
-        {'g', 5, 0, bad, 8, -1},
-        {'c', 0, 0, ok, 3, -1},
-        {'g', 3, 7, ok, 3, -1},
+        {'g', 5, 0, bad, 8, -1},  // skipped positions are holes
+        {'c', 0, 0, ok, 3, -1},  // 1 3 7
+        {'g', 3, 7, ok, 3, -1},  // 7 moved down
         {'r', 0, 0, ok, 0, -1},  // empties the list, which stays usable
-        {'g', 1, 0, bad, 0, -1},
+        {'g', 1, 0, bad, 0, -1},  // nothing left
         {'i', 2, 0, ok, 0, -1},  // a live list is released first
-        {'a', 2, 0, ok, 2, -1},
+        {'a', 2, 0, ok, 2, -1},  // fills the two slots
         {'p', 3, 7, nomem, 2, 0},  // the items cannot grow
         {'p', 3, 7, nomem, 2, 1},  // the items grow, the flags cannot
-        {'g', 2, 2, ok, 2, -1},
+        {'g', 2, 2, ok, 2, -1},  // the failures lost nothing
         {'s', 3, 1, ok, 3, -1},  // an item of the list itself survives the growth that moves it
-        {'g', 3, 1, ok, 3, -1},
-        {'a', 100, 0, ok, 100, -1},
-        {'g', 73, 73, ok, 100, -1},
+        {'g', 3, 1, ok, 3, -1},  // the copy of item 1
+        {'a', 100, 0, ok, 100, -1},  // many growths
+        {'g', 73, 73, ok, 100, -1},  // values survive the growths
         {'p', 1, 5, ok, 100, -1},  // replacing keeps the count
-        {'g', 1, 5, ok, 100, -1},
-        {'g', 101, 0, bad, 100, -1},
-        {'g', 0, 0, bad, 100, -1},
+        {'g', 1, 5, ok, 100, -1},  // the new value
+        {'g', 101, 0, bad, 100, -1},  // past the count
+        {'g', 0, 0, bad, 100, -1},  // positions start at 1
         {'p', 1ul << 40, 0, bad, 100, -1},  // a corrupt position allocates nothing
-        {'p', 0, 0, bad, 100, -1},
-        {'f', 0, 0, ok, 0, -1},
+        {'p', 0, 0, bad, 100, -1},  // positions start at 1
+        {'f', 0, 0, ok, 0, -1},  // released
         {'i', 4, 0, nomem, 0, 1},  // the item block succeeds, the flag block fails
     };
+    // clang-format on
     VLST l{};
     for (const auto& s : steps) {
         int v = -1;
         void* ptr = &v;
         short rc = ok;
         v_memptr_fail_after(s.fail);
-        switch (s.op) {
-        case 'i':
-            rc = VLST_init(&l, sizeof(int), s.pos);
-            break;
-        case 'p':
-            rc = VLST_put(&l, s.pos, &s.value);
-            break;
-        case 'a':
-            for (int k = static_cast<int>(VLST_count(&l)) + 1; k <= int(s.pos) && rc == ok; ++k)
-                rc = VLST_put(&l, k, &k);
-            break;
-        case 's':
-            rc = VLST_getptr_void(&l, 1, &ptr);
-            if (rc == ok) rc = VLST_put(&l, s.pos, ptr);
-            break;
-        case 'g':
+        if (s.op == 'i') rc = VLST_init(&l, sizeof(int), s.pos);
+        if (s.op == 'p') rc = VLST_put(&l, s.pos, &s.value);
+        for (int k = int(VLST_count(&l)) + 1; s.op == 'a' && k <= int(s.pos) && rc == ok; ++k)
+            rc = VLST_put(&l, k, &k);
+        if (s.op == 's' && (rc = VLST_getptr_void(&l, 1, &ptr)) == ok)
+            rc = VLST_put(&l, s.pos, ptr);
+        if (s.op == 'd') rc = VLST_delete(&l, s.pos);
+        if (s.op == 'c') VLST_compact(&l);
+        if (s.op == 'r') VLST_rewind(&l);
+        if (s.op == 'f') rc = VLST_free(&l);
+        if (s.op == 'g') {
             rc = VLST_get(&l, s.pos, &v);
             EXPECT_EQ(VLST_getptr_void(&l, s.pos, &ptr), rc) << s.op << s.pos;
             EXPECT_TRUE(rc == ok ? v == s.value && *static_cast<int*>(ptr) == s.value
                                  : v == -1 && ptr == nullptr)
                 << s.op << s.pos;
-            break;
-        case 'd':
-            rc = VLST_delete(&l, s.pos);
-            break;
-        case 'c':
-            VLST_compact(&l);
-            break;
-        case 'r':
-            VLST_rewind(&l);
-            break;
-        case 'f':
-            rc = VLST_free(&l);
-            EXPECT_EQ(l.data, nullptr);
-            break;
         }
         v_memptr_fail_after(-1);
         EXPECT_EQ(rc, s.rc) << s.op << s.pos;
         EXPECT_EQ(VLST_count(&l), s.count) << s.op << s.pos;
+        EXPECT_TRUE(s.op != 'f' || l.data == nullptr);
     }
     EXPECT_TRUE(VLST_count(nullptr) == 0 && VLST_free(nullptr) == bad &&
                 VLST_init(&l, 0, 4) == bad && VLST_put(&l, 1, nullptr) == bad);
 }
-
-// --- bit arrays ---
 
 TEST_F(UtilsTest, Bitmap_SetClearTestAndRefusals)
 {
@@ -256,32 +217,27 @@ TEST_F(UtilsTest, Bitmap_RunsMatchANaiveScan)
     delete_bitmap(b);
 }
 
-// --- numbers and text ---
-
 TEST_F(UtilsTest, Format_DecimalsWidthFlagsAndSpecialValues)
 {
-    const struct {
-        double value;
-        int decimals, width;
-        uint32_t flags;
-        const char* text;
-    } rows[] = {
-        {-0.0004, 3, 0, 0, "0.000"},
-        {-0.0004, 3, 0, FORMAT_PLUS_SIGN, "+0.000"},
-        {2.5, 4, 0, FORMAT_TRIM_ZEROS, "2.5"},
-        {2.0, 4, 0, FORMAT_TRIM_ZEROS, "2"},
+    // clang-format off
+    const struct { double value; int decimals, width; uint32_t flags; const char* text; } rows[] = {
+        {-0.0004, 3, 0, 0, "0.000"},  // no minus sign on a zero
+        {-0.0004, 3, 0, FORMAT_PLUS_SIGN, "+0.000"},  // a zero takes the plus sign
+        {2.5, 4, 0, FORMAT_TRIM_ZEROS, "2.5"},  // trailing zeros go
+        {2.0, 4, 0, FORMAT_TRIM_ZEROS, "2"},  // and the point with them
         {100.0, 0, 0, FORMAT_TRIM_ZEROS, "100"},  // integer zeros stay
-        {1.5, 2, 8, 0, "    1.50"},
-        {1.5, 2, 8, FORMAT_LEFT_ALIGN, "1.50    "},
+        {1.5, 2, 8, 0, "    1.50"},  // right aligned
+        {1.5, 2, 8, FORMAT_LEFT_ALIGN, "1.50    "},  // left aligned
         {1.5, 2, 2, 0, "1.50"},                 // width is a minimum
         {0.25, 40, 0, 0, "0.250000000000000"},  // decimals clamp to 15
         {1.5e100, 2, 0, 0, "1.50e+100"},        // 104 characters in fixed notation
-        {-1e200, 1, 0, FORMAT_TRIM_ZEROS, "-1e+200"},
-        {-1.7976931348623157e308, 15, 0, 0, "-1.797693134862316e+308"},
-        {kNaN, 2, 5, 0, "  nan"},
-        {kInf, 2, 0, FORMAT_PLUS_SIGN, "+inf"},
-        {1.5, 1, 0, FORMAT_PLUS_SIGN, "+1.5"},
+        {-1e200, 1, 0, FORMAT_TRIM_ZEROS, "-1e+200"},  // exponent form trimmed
+        {-1.7976931348623157e308, 15, 0, 0, "-1.797693134862316e+308"},  // the longest text
+        {kNaN, 2, 5, 0, "  nan"},  // padded
+        {kInf, 2, 0, FORMAT_PLUS_SIGN, "+inf"},  // signed infinity
+        {1.5, 1, 0, FORMAT_PLUS_SIGN, "+1.5"},  // plus sign
     };
+    // clang-format on
     for (const auto& r : rows) {
         FORMAT_STRUCTURE f{r.value, r.decimals, r.width, r.flags, {}};
         std::memset(f.text, '#', sizeof f.text);
@@ -333,18 +289,17 @@ TEST_F(UtilsTest, Utf8ToUtf16_PairsNeverSplitIllFormedBytesReplaced)
     // h, U+20AC (E2 82 AC), U+1F600 (F0 9F 98 80 -> D83D DE00), U+00E9, U+FFFF.
     EXPECT_EQ(utf8_to_utf16(d, "h\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\xEF\xBF\xBF", 16), 6);
     EXPECT_EQ(std::u16string(d), (std::u16string{u'h', 0x20AC, 0xD83D, 0xDE00, 0xE9, 0xFFFF}));
-    const struct {
-        const char* utf8;
-        const char16_t* utf16;
-    } rows[] = {
+    // clang-format off
+    const struct { const char* utf8; const char16_t* utf16; } rows[] = {
         {"\x80", u"\xFFFD"},                                // lone continuation byte
         {"\xC0\xAF", u"\xFFFD\xFFFD"},                      // C0 never starts a sequence
         {"\xE0\x80\xAF", u"\xFFFD\xFFFD\xFFFD"},            // overlong three-byte form
         {"\xED\xA0\x80", u"\xFFFD\xFFFD\xFFFD"},            // encoded surrogate D800
         {"\xF4\x90\x80\x80", u"\xFFFD\xFFFD\xFFFD\xFFFD"},  // above U+10FFFF
         {"\xE2\x82z", u"\xFFFDz"},  // a truncated sequence does not swallow the 'z'
-        {"\xFF", u"\xFFFD"},
+        {"\xFF", u"\xFFFD"},                                // never a UTF-8 byte
     };
+    // clang-format on
     for (const auto& r : rows) {
         EXPECT_EQ(utf8_to_utf16(d, r.utf8, 16), static_cast<int>(std::u16string(r.utf16).size()));
         EXPECT_EQ(std::u16string(d), r.utf16);

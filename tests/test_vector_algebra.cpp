@@ -4,8 +4,6 @@
 
 using namespace basetest;
 
-// --- comparisons ---
-
 TEST_F(TolFixture, PointEquality_BelowTolerancePointOnlyReadAtCallTime)
 {
     const V_POINT o{0, 0, 0}, a{1, 2, 3}, n{kNaN, 0, 0};
@@ -53,16 +51,12 @@ TEST(VectorComparisons, EqualityIgnoresLengthRelationUsesRawProducts)
                  {vector_relation(x, nan, 1e-6, 1e-6), 3, "NaN fails every comparison"}});
 }
 
-// --- normalise and products ---
-
 TEST_F(TolFixture, Normalise_AngularToleranceExtremesAndNonFinite)
 {
     const double h = std::sqrt(0.5);
-    const struct {
-        double angle;  // tavotoll.angle for the row; tavotoll.point stays 1e-8
-        V_VECTOR in, out;
-        short rc;
-    } rows[] = {
+    // angle: tavotoll.angle for the row; tavotoll.point stays 1e-8.
+    // clang-format off
+    const struct { double angle; V_VECTOR in, out; short rc; } rows[] = {
         {1e-11, {1e-12, 0, 0}, {0, 0, 0}, st::zero_vector},  // below the angular tolerance
         {1e-11, {1e-11, 0, 0}, {1, 0, 0}, st::ok},           // the tie is a direction
         {1e-11, {0, -1e-9, 0}, {0, -1, 0}, st::ok},          // far below tavotoll.point
@@ -73,9 +67,10 @@ TEST_F(TolFixture, Normalise_AngularToleranceExtremesAndNonFinite)
         {0.0, {3e-160, 0, 4e-160}, {0.6, 0, 0.8}, st::ok},   // the squares underflow
         {0.0, {1e-310, 0, 0}, {1, 0, 0}, st::ok},            // a denormal with no tolerance
         {0.0, {0, 0, 0}, {0, 0, 0}, st::zero_vector},        // exactly 0 has no direction
-        {1e-11, {kNaN, 1, 0}, {0, 0, 0}, st::bad_input},
-        {1e-11, {1, -kInf, 0}, {0, 0, 0}, st::bad_input},
+        {1e-11, {kNaN, 1, 0}, {0, 0, 0}, st::bad_input},      // NaN
+        {1e-11, {1, -kInf, 0}, {0, 0, 0}, st::bad_input},     // infinity
     };
+    // clang-format on
     for (const auto& r : rows) {
         tavotoll.angle = r.angle;
         V_VECTOR v = r.in;
@@ -118,8 +113,6 @@ TEST_F(TolFixture, ProductsDistancesAndDirections_FilterAgainstTolerancePoint)
     EXPECT_EQ(nvector_PP(&p, &p, &out), st::zero_vector);
     EXPECT_TRUE(xyz_near(out, {0, 0, 0}, 0.0));
 }
-
-// --- rotation and ellipse ---
 
 TEST(VectorRotate, MatchesARotationInTheAxisFrame)
 {

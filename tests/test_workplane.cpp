@@ -19,10 +19,16 @@ V_WORKPLANE tilted_about_x(double angle)
     return wp;
 }
 
+// The origin exactly, the axes within tol.
+bool frame_is(const V_WORKPLANE& wp, V_POINT o, V_VECTOR x, V_VECTOR y, V_VECTOR z, double tol)
+{
+    return xyz_near(wp.origin, o, 0.0) && xyz_near(wp.xaxis, x, tol) &&
+           xyz_near(wp.yaxis, y, tol) && xyz_near(wp.zaxis, z, tol);
+}
+
 bool is_world(const V_WORKPLANE& wp, const V_POINT& origin)
 {
-    return xyz_near(wp.origin, origin, 0.0) && xyz_near(wp.xaxis, {1, 0, 0}, 0.0) &&
-           xyz_near(wp.yaxis, {0, 1, 0}, 0.0) && xyz_near(wp.zaxis, {0, 0, 1}, 0.0);
+    return frame_is(wp, origin, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, 0.0);
 }
 
 }  // namespace
@@ -43,19 +49,16 @@ TEST(WorkplaneCreate, InitAbsoluteDirectionsAndPointsGiveUnitRightHandedFrames)
     V_VECTOR d1{1, 1, 0}, d2{0, 0, 3};
     wp.name[0] = u'N';
     ASSERT_EQ(wp.Create_From_Two_Directions(o, d1, d2), st::ok);
-    EXPECT_TRUE(xyz_near(wp.xaxis, {h, h, 0}) && xyz_near(wp.yaxis, {0, 0, 1}) &&
-                xyz_near(wp.zaxis, {h, -h, 0}) && xyz_near(wp.origin, o, 0.0) && wp.name[0] == 0 &&
+    EXPECT_TRUE(frame_is(wp, o, {h, h, 0}, {0, 0, 1}, {h, -h, 0}, 1e-14) && wp.name[0] == 0 &&
                 wp.id == 17);
     // p2 - p1 = (3,0,0), p3 - p1 = (0,0,2): z = unit((3,0,0) x (0,0,2)) = (0,-1,0), y = (0,0,1).
     V_POINT p1{1, 1, 1}, p2{4, 1, 1}, p3{1, 1, 3};
     ASSERT_EQ(wp.Create_From_Three_Points(p1, p2, p3), st::ok);
-    EXPECT_TRUE(xyz_near(wp.origin, p1, 0.0) && xyz_near(wp.xaxis, {1, 0, 0}) &&
-                xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {0, -1, 0}));
+    EXPECT_TRUE(frame_is(wp, p1, {1, 0, 0}, {0, 0, 1}, {0, -1, 0}, 1e-14));
     // Its own fields as arguments: d1 = y, d2 = x give x = y, y = x, z = -z.
     init_wpl(&wp);
     ASSERT_EQ(wp.Create_From_Two_Directions(wp.origin, wp.yaxis, wp.xaxis), st::ok);
-    EXPECT_TRUE(xyz_near(wp.xaxis, {0, 1, 0}) && xyz_near(wp.yaxis, {1, 0, 0}) &&
-                xyz_near(wp.zaxis, {0, 0, -1}));
+    EXPECT_TRUE(frame_is(wp, {0, 0, 0}, {0, 1, 0}, {1, 0, 0}, {0, 0, -1}, 1e-14));
 }
 
 TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
@@ -67,21 +70,20 @@ TEST(WorkplaneCreate, DirectionsThatSpanNoPlaneReturn111)
     // Zero, tiny (tiny x huge is unit, but tiny gives no x axis), NaN and infinite directions.
     // The steps run in order: name emptied, origin copied, zaxis = unit(d1 x d2) (zero when
     // that fails), then xaxis = unit(d1); what a failing step wrote stays, later axes are kept.
-    const struct {
-        V_VECTOR d1, d2, z, x;
-    } rows[] = {{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},
-                {{1e-12, 0, 0}, {0, 1e12, 0}, {0, 0, 1}, {0, 0, 0}},
-                {{kNaN, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},
-                {{1, 0, 0}, {0, kInf, 0}, {0, 0, 0}, {7, 7, 7}}};
+    // clang-format off
+    const struct { V_VECTOR d1, d2, z, x; } rows[] = {
+        {{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},        // zero
+        {{1e-12, 0, 0}, {0, 1e12, 0}, {0, 0, 1}, {0, 0, 0}},  // tiny
+        {{kNaN, 0, 0}, {1, 0, 0}, {0, 0, 0}, {7, 7, 7}},      // NaN
+        {{1, 0, 0}, {0, kInf, 0}, {0, 0, 0}, {7, 7, 7}}};     // infinite
+    // clang-format on
     V_POINT o{4, 5, 6};
     for (const auto& r : rows) {
         init_wpl(&wp);
         wp.xaxis = wp.zaxis = V_VECTOR{7, 7, 7};
         V_VECTOR d1 = r.d1, d2 = r.d2;
         EXPECT_EQ(wp.Create_From_Two_Directions(o, d1, d2), st::bad_index);
-        EXPECT_TRUE(wp.name[0] == 0 && xyz_near(wp.origin, o, 0.0) &&
-                    xyz_near(wp.zaxis, r.z, 0.0) && xyz_near(wp.xaxis, r.x, 0.0) &&
-                    xyz_near(wp.yaxis, {0, 1, 0}, 0.0));
+        EXPECT_TRUE(wp.name[0] == 0 && frame_is(wp, o, r.x, {0, 1, 0}, r.z, 0.0));
     }
 }
 
@@ -96,10 +98,11 @@ TEST(FrameConversion, EveryKindMatchesHandDotProductsAndComesBack)
     V_WORKPLANE shifted;  // the world frame moved to (-1, 0, 0)
     init_wpl(&shifted);
     shifted.origin.x = -1.0;
+    // Slot count and direction bits (bit i: slot i is a direction) of each kind.
     const struct {
         const char* kind;
         int n_slots;
-        unsigned directions;  // bit i: slot i is a direction
+        unsigned directions;
         Convert convert;
     } kinds[] = {
         {"point, to out and in place", 1, 0,
@@ -210,17 +213,16 @@ TEST_F(TolFixture, WorldToPlaneAloneSnapsToTolerancePoint)
     V_WORKPLANE wp;
     init_wpl(&wp);
     wp.origin = V_POINT{10, 0, 0};
-    const struct {
-        int how;  // 0 world_to_plane, 1 plane_to_world, 2 absolute_to_relative member
-        double point;
-        V_POINT in, want;
-    } rows[] = {
+    // how: 0 world_to_plane, 1 plane_to_world, 2 absolute_to_relative member.
+    // clang-format off
+    const struct { int how; double point; V_POINT in, want; } rows[] = {
         {0, 1e-8, {11, 2, 5e-9}, {1, 2, 0}},      // 5e-9 below the tolerance
         {1, 1e-8, {1, 2, 5e-9}, {11, 2, 5e-9}},   // kept
         {2, 1e-8, {10, 2, 5e-9}, {0, 2, 5e-9}},   // kept
         {0, 1e-3, {10.0005, 7, 0}, {0, 7, 0}},    // the larger tolerance at the next call
         {0, 1e-12, {10, 2, 5e-9}, {0, 2, 5e-9}},  // and the smaller one
     };
+    // clang-format on
     for (const auto& r : rows) {
         tavotoll.point = r.point;
         V_POINT p = r.in;
@@ -244,15 +246,11 @@ TEST(WorkplaneCompare, OriginsExactlyEqualAxesWithinOneArcSecond)
         EXPECT_TRUE(!coincident_workplanes(a, b) && a != b && !(a == b)) << x;
         EXPECT_NE(CompareWorkplanes(a, b), 0) << x;
     }
-    const struct {
-        double arc_seconds;
-        bool same;
-    } rows[] = {{0.5, true}, {0.99, true}, {1.01, false}, {2.0, false}};
-    for (const auto& r : rows) {
-        V_WORKPLANE t = tilted_about_x(r.arc_seconds * kArcSecond);
-        EXPECT_EQ(coincident_workplanes(a, t), r.same) << r.arc_seconds;
+    for (double secs : {0.5, 0.99, 1.01, 2.0}) {  // the same below one arc second
+        V_WORKPLANE t = tilted_about_x(secs * kArcSecond);
+        EXPECT_EQ(coincident_workplanes(a, t), secs < 1.0) << secs;
         t.origin = V_POINT{100, 200, 300};
-        EXPECT_EQ(CompareWorkplanesAlignment(a, t), r.same) << r.arc_seconds;
+        EXPECT_EQ(CompareWorkplanesAlignment(a, t), secs < 1.0) << secs;
     }
     V_WORKPLANE c = a;  // in a's plane, turned a quarter about z
     c.origin = V_POINT{5, -3, 5e-9};
@@ -279,8 +277,7 @@ TEST(WorkplaneCamera, ZTowardEyeXFromUpAndDegenerateViewsRejected)
     const V_POINT eye{10, 2, 3}, target{0, 2, 3};
     const V_VECTOR up{1, 0, 2}, along{-3, 0, 0}, zero{0, 0, 0}, nan{0, kNaN, 0};
     ASSERT_EQ(WorkplaneCreationFromCamera(&eye, &target, &up, &wp), st::ok);
-    EXPECT_TRUE(xyz_near(wp.origin, target, 0.0) && xyz_near(wp.xaxis, {0, 1, 0}) &&
-                xyz_near(wp.yaxis, {0, 0, 1}) && xyz_near(wp.zaxis, {1, 0, 0}) && wp.name[0] == 0 &&
+    EXPECT_TRUE(frame_is(wp, target, {0, 1, 0}, {0, 0, 1}, {1, 0, 0}, 1e-14) && wp.name[0] == 0 &&
                 wp.id == 9);
     const V_WORKPLANE before = wp;
     const V_POINT other{5, 2, 3};  // a target that would change the origin
@@ -301,11 +298,10 @@ TEST(WorkplaneByDimensions, LargestExtentFirstRightHandedCubeIsWorld)
         const auto axis_of = [&s](double e) {
             return V_VECTOR{s[0] == e ? 1.0 : 0.0, s[1] == e ? 1.0 : 0.0, s[2] == e ? 1.0 : 0.0};
         };
-        EXPECT_TRUE(xyz_near(wp.xaxis, axis_of(3), 0.0) && xyz_near(wp.yaxis, axis_of(2), 0.0));
         V_VECTOR xy;
         aXb(&wp.xaxis, &wp.yaxis, &xy);
-        EXPECT_TRUE(xyz_near(wp.zaxis, xy, 0.0) &&
-                    xyz_near(wp.origin, {-1 + 0.5 * s[0], 0.5 * s[1], 2 + 0.5 * s[2]}, 0.0));
+        EXPECT_TRUE(frame_is(wp, {-1 + 0.5 * s[0], 0.5 * s[1], 2 + 0.5 * s[2]}, axis_of(3),
+                             axis_of(2), xy, 0.0));
     }
     const V_BOUNDS cube{{1, 1, 1}, {3, 3, 3}}, bad{{0, 0, 0}, {1, kInf, 1}};
     ASSERT_EQ(wpl_axis_ordered_by_dimesions(&cube, &wp), st::ok);
